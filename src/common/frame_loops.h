@@ -1,0 +1,30 @@
+// The frame walk shared by the kernels that scale frame by frame with a
+// changing gain (release step, attack ramp, fades): which samples frame i
+// covers, in one place.
+//
+// Stereo (is_stereo non-zero): frame i is positions 2i and 2i + 1, stride
+// unread. Mono: frame i is position 2i with a stride of 2 (every second
+// sample), position i with any other stride.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+namespace tvl {
+
+// Calls visit(frame, position) for every sample of frames 0..count-1, in
+// ascending order.
+template <typename Visit>
+inline void for_each_frame_sample(int32_t is_stereo, uint32_t count, int32_t stride, Visit visit) {
+    if (is_stereo) {
+        for (uint32_t i = 0; i < count; ++i) {
+            visit(i, ptrdiff_t(i) * 2);
+            visit(i, ptrdiff_t(i) * 2 + 1);
+        }
+    } else {
+        const ptrdiff_t step = stride == 2 ? 2 : 1;
+        for (uint32_t i = 0; i < count; ++i) visit(i, ptrdiff_t(i) * step);
+    }
+}
+
+}  // namespace tvl

@@ -1,0 +1,64 @@
+// The instance record and the layout of the caller's memory.
+//
+// Instance memory (1096 bytes): the record at its start, the delay line in
+// its last 1024 bytes. Scratch memory (1536 bytes): scratch_block, one block
+// of Q33.31 words (1024 bytes), then out_block, one block of 32-bit words.
+//
+// The caller's memory may have any alignment, so the library never accesses
+// the record through a LimiterHandle pointer: entry points copy it into a
+// local record, work on that, and copy it back when they change it.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "common/memory.h"
+#include "taviklimiter.h"
+
+struct LimiterHandle {
+    uint32_t is_stereo;        // non-zero: interleaved stereo
+    uint32_t aux_config;       // the caller's word, never read
+    uint32_t pcm_format;       // requested input format
+    uint32_t prev_pcm_format;  // format of the block held in the delay line
+    uint32_t state;            // requested state
+    uint32_t prev_state;       // state the last processed call ended in
+    int32_t cur_gain;          // Q15 gain at the end of the last emitted block
+    int32_t last_min_gain;     // required Q15 gain of the held block
+    int32_t ceiling;           // Q15 ceiling, low 16 bits used
+    int32_t release_step;      // Q15 gain rise per frame in release
+    uint32_t makeup_gain;      // Q15 output gain, applied when <= 32766
+    unsigned char* delay_line; // the last 1024 bytes of the instance memory
+};
+
+namespace tvl {
+
+constexpr size_t kInstanceSize = LMTR_INSTANCE_SIZE;
+constexpr size_t kScratchSize = LMTR_SCRATCH_SIZE;
+constexpr size_t kDelayLineSize = 1024;  // 64 frames x 2 channels x 8 bytes
+constexpr size_t kDelayLineOffset = kInstanceSize - kDelayLineSize;
+constexpr size_t kScratchBlockSize = 1024;
+constexpr size_t kOutBlockOffset = kScratchBlockSize;
+
+constexpr int32_t kDefaultCeiling = 32767;
+constexpr int32_t kDefaultReleaseStep = 4;
+constexpr uint32_t kDefaultMakeupGain = 32767;
+
+static_assert(offsetof(LimiterHandle, makeup_gain) == 40, "eleven 32-bit words first");
+static_assert(offsetof(LimiterHandle, delay_line) == (44 + alignof(void*) - 1) / alignof(void*) * alignof(void*),
+              "the pointer follows the words at its natural alignment");
+static_assert(sizeof(void*) != 8 || offsetof(LimiterHandle, delay_line) == 48, "LP64: pointer at byte 48");
+static_assert(sizeof(LimiterHandle) <= kDelayLineOffset, "the record fits before the delay line");
+static_assert(kScratchBlockSize + 512 == kScratchSize, "scratch_block then out_block");
+
+inline LimiterHandle read_record(const void* handle) {
+    LimiterHandle r;
+    copy_bytes(&r, handle, sizeof r);
+    return r;
+}
+
+inline void write_record(void* handle, const LimiterHandle& r) { copy_bytes(handle, &r, sizeof r); }
+
+// Samples in one 64-frame block: 128 stereo, 64 mono.
+constexpr uint32_t samples_per_block(uint32_t is_stereo) { return is_stereo ? 128u : 64u; }
+
+}  // namespace tvl

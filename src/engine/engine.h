@@ -1,0 +1,39 @@
+// The block engine's internal pieces, shared by the limiting and bypass paths.
+#pragma once
+
+#include <stdint.h>
+
+#include "common/instance.h"
+#include "taviklimiter.h"
+
+namespace tvl {
+
+// One limiting block step. new_block holds the block just read (Q33.31,
+// samples_per_block words); out_block (samples_per_block 32-bit words) first
+// receives its required gains, then the held block emitted as Q1.31. The new
+// block then takes the held block's place in the delay line. Updates cur_gain
+// and last_min_gain in rec.
+void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const int64_t* new_block, int32_t* out_block);
+
+// The limiting and bypass paths of limiter_all_format() on a local copy of
+// the record, which the caller writes back. frames is at least 64.
+int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsigned char* output,
+                          int64_t* scratch_block, int32_t* out_block, uint32_t frames);
+int32_t run_bypass_path(LimiterHandle& rec, const unsigned char* input, unsigned char* output,
+                        int64_t* scratch_block, uint32_t frames);
+
+// Re-encodes the samples_per_block samples held in the delay line from format
+// `held` to format `wanted` in place; nothing when they are equal.
+inline void reencode_delay_line(unsigned char* delay_line, uint32_t held, uint32_t wanted, uint32_t samples) {
+    switch (held * 3 + wanted) {
+        case LMTR_PCM_Q33P31 * 3 + LMTR_PCM_FLOAT32: convert_from_q33p31_to_float32(delay_line, samples); break;
+        case LMTR_PCM_Q33P31 * 3 + LMTR_PCM_Q5P27: convert_from_q33p31_to_q5p27(delay_line, samples); break;
+        case LMTR_PCM_FLOAT32 * 3 + LMTR_PCM_Q33P31: convert_from_float32_to_q33p31(delay_line, samples); break;
+        case LMTR_PCM_FLOAT32 * 3 + LMTR_PCM_Q5P27: convert_from_float32_to_q5p27(delay_line, samples); break;
+        case LMTR_PCM_Q5P27 * 3 + LMTR_PCM_Q33P31: convert_from_q5p27_to_q33p31(delay_line, samples); break;
+        case LMTR_PCM_Q5P27 * 3 + LMTR_PCM_FLOAT32: convert_from_q5p27_to_float32(delay_line, samples); break;
+        default: break;  // same format, or a code outside 0..2
+    }
+}
+
+}  // namespace tvl

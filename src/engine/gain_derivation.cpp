@@ -1,0 +1,39 @@
+// Gain derivation: the Q15 gain each sample of the look-ahead block needs, and
+// the block's smallest.
+#include "common/memory.h"
+#include "common/sample_rules.h"
+#include "common/scalar_kernels.h"
+#include "taviklimiter.h"
+
+namespace tvl::scalar {
+
+void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t ceiling, int32_t stride) {
+    const int32_t c = ceiling_q15(ceiling);
+    const int64_t threshold = gain_threshold(c);
+    for (uint32_t i = 0; i < count; ++i) {
+        const ptrdiff_t p = ptrdiff_t(i) * stride;
+        store<int32_t>(gains, p, required_gain(load<int64_t>(src, p), c, threshold));
+    }
+}
+
+int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride) {
+    // Starting at unity caps the result: words above 32767 never raise it.
+    int32_t r = kUnityGain;
+    const ptrdiff_t words = is_stereo ? ptrdiff_t(count) * 2 : ptrdiff_t(count);
+    const ptrdiff_t step = is_stereo ? 1 : stride;
+    for (ptrdiff_t i = 0; i < words; ++i) {
+        const int32_t w = load<int32_t>(gains, i * step);
+        r = w < r ? w : r;
+    }
+    return r;
+}
+
+}  // namespace tvl::scalar
+
+void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t ceiling, int32_t stride) {
+    tvl::scalar::derive_gain(src, gains, count, ceiling, stride);
+}
+
+int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride) {
+    return tvl::scalar::calculate_block_min_gain(is_stereo, gains, count, stride);
+}

@@ -5,7 +5,7 @@
 // beyond its source (8 bytes at 8i), so dst may equal src or lie below it.
 #include "common/memory.h"
 #include "common/sample_rules.h"
-#include "common/scalar_kernels.h"
+#include "common/kernels.h"
 #include "taviklimiter.h"
 
 namespace tvl::scalar {
@@ -21,9 +21,9 @@ void clip_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count)
 }  // namespace tvl::scalar
 
 void move_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count) {
-    tvl::scalar::move_from_q33p31_to_q1p31(src, dst, count);
+    tvl::active::move_from_q33p31_to_q1p31(src, dst, count);
 }
 
 void clip_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count) {
-    tvl::scalar::clip_from_q33p31_to_q1p31(src, dst, count);
+    tvl::active::clip_from_q33p31_to_q1p31(src, dst, count);
 }

@@ -2,7 +2,7 @@
 // the block's smallest.
 #include "common/memory.h"
 #include "common/sample_rules.h"
-#include "common/scalar_kernels.h"
+#include "common/kernels.h"
 #include "taviklimiter.h"
 
 namespace tvl::scalar {
@@ -31,9 +31,9 @@ int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_
 }  // namespace tvl::scalar
 
 void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t ceiling, int32_t stride) {
-    tvl::scalar::derive_gain(src, gains, count, ceiling, stride);
+    tvl::active::derive_gain(src, gains, count, ceiling, stride);
 }
 
 int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride) {
-    return tvl::scalar::calculate_block_min_gain(is_stereo, gains, count, stride);
+    return tvl::active::calculate_block_min_gain(is_stereo, gains, count, stride);
 }

@@ -2,7 +2,7 @@
 // Exported for callers; the library itself limits by gain.
 #include "common/memory.h"
 #include "common/sample_rules.h"
-#include "common/scalar_kernels.h"
+#include "common/kernels.h"
 #include "taviklimiter.h"
 
 namespace tvl::scalar {
@@ -17,5 +17,5 @@ void clipping_limiter(const int64_t* src, int32_t* dst, uint32_t count, int32_t 
 }  // namespace tvl::scalar
 
 void clipping_limiter(const int64_t* src, int32_t* dst, uint32_t count, int32_t stride) {
-    tvl::scalar::clipping_limiter(src, dst, count, stride);
+    tvl::active::clipping_limiter(src, dst, count, stride);
 }

@@ -1,0 +1,46 @@
+# Checks on the build itself, run by CTest in every build that has them:
+#   check_exports           the shared library exports exactly exports.txt,
+#                           imports only memcpy/memmove/memset and start-up
+#                           names, owns no writable data, needs no C++ runtime
+#   check_exports_selftest  the check above fails on libraries that break it
+#   check_build_lists       cmake/sources.cmake, Android.bp and src/ agree
+# They read ELF files with GNU readelf, which reads every target's files.
+
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+find_program(TAVIKLIMITER_READELF NAMES readelf REQUIRED
+             DOC "GNU readelf (binutils); reads ELF files of any target")
+
+if(TAVIKLIMITER_CHECK_EXPORTS)
+  if(NOT EXISTS "${TAVIKLIMITER_EXPORTS_FILE}")
+    message(FATAL_ERROR
+      "The export list is missing: ${TAVIKLIMITER_EXPORTS_FILE}\n"
+      "It is kept in ../shared beside the repository. Put it there, point "
+      "TAVIKLIMITER_EXPORTS_FILE at it, or configure with "
+      "-DTAVIKLIMITER_CHECK_EXPORTS=OFF.")
+  endif()
+
+  set(_tvl_check_mode)
+  if(TAVIKLIMITER_SANITIZE)
+    # Instrumented code calls the sanitizer runtime and keeps its own
+    # writable metadata: only the exports, the C++ runtime and the imports
+    # outside the sanitizer hooks are checked there.
+    set(_tvl_check_mode --sanitized)
+  endif()
+  add_test(NAME check_exports
+    COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tests/check_exports.py
+            --readelf ${TAVIKLIMITER_READELF} ${_tvl_check_mode}
+            $<TARGET_FILE:taviklimiter_vendor> ${TAVIKLIMITER_EXPORTS_FILE})
+
+  # The self-test builds small libraries with this build's C compiler and
+  # the host's C library, which the freestanding build does not have.
+  if(NOT TAVIKLIMITER_FREESTANDING AND NOT TAVIKLIMITER_SANITIZE)
+    add_test(NAME check_exports_selftest
+      COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tests/check_exports_selftest.py
+              --cc ${CMAKE_C_COMPILER} --readelf ${TAVIKLIMITER_READELF}
+              --workdir ${CMAKE_CURRENT_BINARY_DIR}/check_exports_selftest)
+  endif()
+endif()
+
+add_test(NAME check_build_lists
+  COMMAND ${Python3_EXECUTABLE} ${PROJECT_SOURCE_DIR}/tests/check_build_lists.py
+          ${PROJECT_SOURCE_DIR})

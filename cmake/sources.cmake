@@ -1,0 +1,23 @@
+# The library's source files, relative to the project root: the one list that
+# CMake builds from. Android.bp repeats it; tests/check_build_lists.py keeps
+# the two lists and the files on disk in step.
+set(TAVIKLIMITER_SOURCES
+    src/api/lifecycle.cpp
+    src/api/process.cpp
+    src/engine/limiting_path.cpp
+    src/engine/bypass_path.cpp
+    src/engine/block_step.cpp
+    src/engine/gain_derivation.cpp
+    src/gain/unity_gain.cpp
+    src/gain/release_step.cpp
+    src/gain/attack_ramp.cpp
+    src/gain/fade_ramps.cpp
+    src/gain/hard_clipping.cpp
+    src/convert/block_copies.cpp
+    src/convert/reencode.cpp
+    src/convert/narrow.cpp
+)
+
+# The public header and the linker version script.
+set(TAVIKLIMITER_PUBLIC_HEADER include/taviklimiter.h)
+set(TAVIKLIMITER_VERSION_SCRIPT src/taviklimiter.map)

@@ -52,6 +52,7 @@ for config in "${CONFIGS[@]}"; do
     tests=$(grep -Eo 'tests passed, [0-9]+ tests failed out of [0-9]+' "build/$config/ctest-summary.log" |
             grep -Eo '[0-9]+$' || echo "?")
     summary+=("$(printf '%-14s ok: build %4d s, %3s tests %4d s' "$config" $((t1 - t0)) "$tests" $((t2 - t1)))")
+    echo "==== ${summary[-1]}"
     current=""
 done
 

@@ -14,9 +14,11 @@
 
 namespace {
 
+// The index is signed on purpose: gcc 12 at -O1 drops the whole loop when it
+// is written with an unsigned post-decrement (`for (i = count; i-- > 0;)`).
 template <typename From, typename To, typename Rule>
 void walk_down(void* samples, uint32_t count, Rule rule) {
-    for (uint32_t i = count; i-- > 0;) tvl::store<To>(samples, i, rule(tvl::load<From>(samples, i)));
+    for (ptrdiff_t i = ptrdiff_t(count) - 1; i >= 0; --i) tvl::store<To>(samples, i, rule(tvl::load<From>(samples, i)));
 }
 
 template <typename From, typename To, typename Rule>

@@ -250,6 +250,10 @@ TEST(StateTable, EveryRowOfStateAndHeldFormat) {
                 EXPECT_TRUE(same_bytes(out.data(), untouched.data(), 256)) << "output";
                 ref::reencode(delay_before.data(), row.prev_pcm_format, row.pcm_format, 64);
                 EXPECT_TRUE(same_bytes(inst.delay(), delay_before.data(), 1024)) << "delay line";
+                if (row.pcm_format == LMTR_PCM_Q33P31) {  // now marked Q33.31: the next call switches normally
+                    EXPECT_EQ(inst.engine(input.data(), out.data(), 64), LMTR_OK);
+                    EXPECT_EQ(inst.rec().prev_state, LMTR_STATE_BYPASS);
+                }
                 break;
             case Audio::Limited: {  // quiet and at unity: the held block leaves exactly, unfaded
                 std::vector<int32_t> want(64);

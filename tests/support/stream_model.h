@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <random>
@@ -257,23 +258,25 @@ public:
         : inst(fmt, stereo, state), encode_(std::move(encode)), total_(total_frames) {}
 
     // Offers the next `frames` frames (fewer at the end of the stream) with
-    // output room for `frames` frames; `offset` misaligns both buffers.
-    void period(size_t frames, bool in_place, size_t offset = 0) {
+    // output room for `room` frames (default `frames`); `offset` misaligns
+    // both buffers.
+    void period(size_t frames, bool in_place, size_t offset = 0, size_t room = SIZE_MAX) {
+        room = std::min(room, frames);
         const LimiterHandle before = inst.rec();
         const uint32_t fmt = before.pcm_format;
         const size_t in_frame = samples_per_block(inst.stereo) / 64 * in_sample_bytes(fmt);
         const size_t out_frame = samples_per_block(inst.stereo) / 64 * 4;
         const size_t avail = std::min(frames, total_ - cursor);
-        std::vector<unsigned char> in(offset + std::max(avail * in_frame, frames * out_frame) + 1);
-        std::vector<unsigned char> out(in_place ? 0 : offset + frames * out_frame + 1);
+        std::vector<unsigned char> in(offset + std::max(avail * in_frame, room * out_frame) + 1);
+        std::vector<unsigned char> out(in_place ? 0 : offset + room * out_frame + 1);
         encode_(fmt, cursor, avail, in.data() + offset);
         unsigned char* dst = (in_place ? in.data() : out.data()) + offset;
-        uint32_t in_size = uint32_t(avail * in_frame), out_size = uint32_t(frames * out_frame);
+        uint32_t in_size = uint32_t(avail * in_frame), out_size = uint32_t(room * out_frame);
         ASSERT_EQ(Limiter_Process(inst.h, inst.scratch, in.data() + offset, &in_size, dst, &out_size), LMTR_OK);
         const uint32_t processed = uint32_t(in_size / in_frame);
         ASSERT_EQ(in_size, processed * in_frame);
         ASSERT_EQ(out_size, processed * out_frame);
-        ASSERT_EQ(processed, std::min(avail, frames) / 64 * 64);
+        ASSERT_EQ(processed, std::min(avail, room) / 64 * 64);
         const LimiterHandle after = inst.rec();
         calls.push_back({fmt, before.state, cursor, processed, output.size(), before.cur_gain, after.cur_gain,
                          before.last_min_gain, after.last_min_gain});

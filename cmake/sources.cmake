@@ -16,6 +16,15 @@ set(TAVIKLIMITER_SOURCES
     src/convert/block_copies.cpp
     src/convert/reencode.cpp
     src/convert/narrow.cpp
+    # x86-64 vector kernels (empty on other targets)
+    src/engine/gain_derivation_x86.cpp
+    src/gain/unity_gain_x86.cpp
+    src/gain/release_step_x86.cpp
+    src/gain/attack_ramp_x86.cpp
+    src/gain/hard_clipping_x86.cpp
+    src/convert/block_copies_x86.cpp
+    src/convert/reencode_x86.cpp
+    src/convert/narrow_x86.cpp
 )
 
 # The public header and the linker version script.

@@ -1,0 +1,147 @@
+// Block boundary copies on x86-64.
+//
+// float32 -> Q33.31 (x * 2^31 + 0.5 in double, then toward zero to int64):
+// x86 has no double -> int64 conversion before AVX-512, so two passes share
+// the work, both on the very double t = x * 2^31 + 0.5 of the scalar rule:
+//   - the common pass converts toward zero to int32 (cvttpd2dq) and widens.
+//     Exact for |t| < 2^31; any other t (and NaN) gives the 0x80000000
+//     sentinel, which no t of that range produces for a float x: the nearest
+//     would need t in (-2^31 - 1, -2^31], which no x * 2^31 + 0.5 hits.
+//   - a group that met the sentinel is redone: a = |t| + 2^52 rounds a to an
+//     integer n in the low mantissa bits (round to nearest, exact while
+//     a < 2^52), n - 1 where that rounded up gives floor(a), and the sign of t
+//     is put back. Lanes with |t| >= 2^52, infinities and NaN go to the scalar
+//     rule, which saturates them.
+#if defined(__x86_64__)
+
+#include "common/kernels.h"
+#include "common/simd_x86.h"
+
+namespace tvl::x86 {
+
+namespace {
+
+constexpr double kTwo31 = 0x1p31;
+constexpr double kTwo52 = 0x1p52;
+
+// toward-zero int64 of t for |t| < 2^52; ok is all ones in those lanes.
+inline __m128i truncate_wide(__m128d t, __m128d& ok) {
+    const __m128d magnitude = _mm_and_pd(t, _mm_castsi128_pd(_mm_set1_epi64x(INT64_MAX)));
+    const __m128d big = _mm_set1_pd(kTwo52);
+    ok = _mm_cmplt_pd(magnitude, big);
+    const __m128d shifted = _mm_add_pd(magnitude, big);  // 2^52 + round(|t|)
+    const __m128d rounded = _mm_sub_pd(shifted, big);
+    __m128i n = _mm_sub_epi64(_mm_castpd_si128(shifted), _mm_castpd_si128(big));
+    n = _mm_add_epi64(n, _mm_castpd_si128(_mm_cmpgt_pd(rounded, magnitude)));  // -1 where rounded up
+    const __m128i negative = _mm_castpd_si128(_mm_cmplt_pd(t, _mm_setzero_pd()));
+    return _mm_sub_epi64(_mm_xor_si128(n, negative), negative);
+}
+
+inline __m128d scaled(__m128 x_pair_in_low_half) {
+    return _mm_add_pd(_mm_mul_pd(_mm_cvtps_pd(x_pair_in_low_half), _mm_set1_pd(kTwo31)), _mm_set1_pd(0.5));
+}
+
+// Four samples the long way; lanes out of its range by the scalar rule.
+inline void float32_to_q33p31_wide4(const u8* src, u8* dst) {
+    const __m128 x = load128f(src);
+    __m128d ok0, ok1;
+    const __m128i r0 = truncate_wide(scaled(x), ok0);
+    const __m128i r1 = truncate_wide(scaled(_mm_movehl_ps(x, x)), ok1);
+    store128(dst, r0);
+    store128(dst + 16, r1);
+    if ((_mm_movemask_pd(ok0) & _mm_movemask_pd(ok1)) != 3) {
+        for (int j = 0; j < 4; ++j) store<int64_t>(dst, j, float32_to_q33p31(load<float>(src, j)));
+    }
+}
+
+}  // namespace
+
+void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
+    if (overlaps(src, size_t(count) * 4, dst, size_t(count) * 8)) {
+        scalar::copy_float32_to_q33p31(src, dst, count);
+        return;
+    }
+    const __m128i sentinel = _mm_set1_epi32(INT32_MIN);
+    uint32_t i = 0;
+#if defined(__AVX2__)
+    const __m256d two31 = _mm256_set1_pd(kTwo31), half = _mm256_set1_pd(0.5);
+    for (; i + 8 <= count; i += 8) {
+        const __m256 x = _mm256_loadu_ps(reinterpret_cast<const float*>(at(src, i, 4)));
+        const __m256d t0 = _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(x)), two31), half);
+        const __m256d t1 = _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(x, 1)), two31), half);
+        const __m128i r0 = _mm256_cvttpd_epi32(t0), r1 = _mm256_cvttpd_epi32(t1);
+        store256(at(dst, i, 8), _mm256_cvtepi32_epi64(r0));
+        store256(at(dst, i + 4, 8), _mm256_cvtepi32_epi64(r1));
+        const __m128i hit = _mm_or_si128(_mm_cmpeq_epi32(r0, sentinel), _mm_cmpeq_epi32(r1, sentinel));
+        if (!_mm_testz_si128(hit, hit)) {
+            float32_to_q33p31_wide4(at(src, i, 4), at(dst, i, 8));
+            float32_to_q33p31_wide4(at(src, i + 4, 4), at(dst, i + 4, 8));
+        }
+    }
+#endif
+    for (; i + 4 <= count; i += 4) {
+        const __m128 x = load128f(at(src, i, 4));
+        const __m128i r = _mm_unpacklo_epi64(_mm_cvttpd_epi32(scaled(x)), _mm_cvttpd_epi32(scaled(_mm_movehl_ps(x, x))));
+        if (_mm_movemask_epi8(_mm_cmpeq_epi32(r, sentinel)) != 0) {
+            float32_to_q33p31_wide4(at(src, i, 4), at(dst, i, 8));
+            continue;
+        }
+        __m128i lo, hi;
+        widen_epi32(r, lo, hi);
+        store128(at(dst, i, 8), lo);
+        store128(at(dst, i + 2, 8), hi);
+    }
+    scalar::copy_float32_to_q33p31(src + i, dst + i, count - i);
+}
+
+void copy_q1p31_to_float32(const int32_t* src, float* dst, uint32_t count) {
+    uint32_t i = 0;
+    if (ascending_groups_safe(src, size_t(count) * 4, dst, size_t(count) * 4)) {
+#if defined(__AVX2__)
+        const __m256 scale8 = _mm256_set1_ps(0x1p-31f);
+        for (; i + 8 <= count; i += 8) {
+            const __m256 f = _mm256_mul_ps(_mm256_cvtepi32_ps(load256(at(src, i, 4))), scale8);
+            _mm256_storeu_ps(reinterpret_cast<float*>(at(dst, i, 4)), f);
+        }
+#endif
+        const __m128 scale = _mm_set1_ps(0x1p-31f);
+        for (; i + 4 <= count; i += 4) store128f(at(dst, i, 4), _mm_mul_ps(_mm_cvtepi32_ps(load128(at(src, i, 4))), scale));
+    }
+    scalar::copy_q1p31_to_float32(src + i, dst + i, count - i);
+}
+
+void copy_q5p27_to_q33p31(const int32_t* src, int64_t* dst, uint32_t count) {
+    uint32_t i = 0;
+    if (!overlaps(src, size_t(count) * 4, dst, size_t(count) * 8)) {
+#if defined(__AVX2__)
+        for (; i + 8 <= count; i += 8) {
+            const __m256i a = _mm256_cvtepi32_epi64(load128(at(src, i, 4)));
+            const __m256i b = _mm256_cvtepi32_epi64(load128(at(src, i + 4, 4)));
+            store256(at(dst, i, 8), _mm256_slli_epi64(a, 4));
+            store256(at(dst, i + 4, 8), _mm256_slli_epi64(b, 4));
+        }
+#endif
+        for (; i + 4 <= count; i += 4) {
+            __m128i lo, hi;
+            widen_epi32(load128(at(src, i, 4)), lo, hi);
+            store128(at(dst, i, 8), _mm_slli_epi64(lo, 4));
+            store128(at(dst, i + 2, 8), _mm_slli_epi64(hi, 4));
+        }
+    }
+    scalar::copy_q5p27_to_q33p31(src + i, dst + i, count - i);
+}
+
+void copy_q1p31_to_q5p27(const int32_t* src, int32_t* dst, uint32_t count) {
+    uint32_t i = 0;
+    if (ascending_groups_safe(src, size_t(count) * 4, dst, size_t(count) * 4)) {
+#if defined(__AVX2__)
+        for (; i + 8 <= count; i += 8) store256(at(dst, i, 4), _mm256_srai_epi32(load256(at(src, i, 4)), 4));
+#endif
+        for (; i + 4 <= count; i += 4) store128(at(dst, i, 4), _mm_srai_epi32(load128(at(src, i, 4)), 4));
+    }
+    scalar::copy_q1p31_to_q5p27(src + i, dst + i, count - i);
+}
+
+}  // namespace tvl::x86
+
+#endif  // __x86_64__

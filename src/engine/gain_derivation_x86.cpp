@@ -1,0 +1,197 @@
+// Gain derivation on x86-64: the unity test for four (eight with AVX2) samples
+// at a time, and for groups with a sample above the threshold the whole
+// derivation in vector lanes, the 32-bit division done in double precision.
+//
+// Why the division is exact: for a = 2144993280 and a divisor 1 <= d < 2^31,
+// a / d = q + r / d with q = floor(a / d) and the distance to q + 1 is at
+// least 1 / d. Double precision rounds a / d by at most (q + 1) * 2^-53, which
+// is below 1 / d because d * (q + 1) <= a + d < 2^32. So the rounded quotient
+// never reaches q + 1, and truncating it gives q, the truncating 32-bit
+// division, exactly.
+#if defined(__x86_64__)
+
+#include "common/kernels.h"
+#include "common/simd_x86.h"
+
+namespace tvl::x86 {
+
+namespace {
+
+// Per-call constants, formed once from the ceiling.
+struct Derivation {
+    int32_t c;           // the ceiling, sign-extended from 16 bits
+    int64_t threshold;   // largest magnitude needing no reduction (< 2^31)
+    bool unity_possible; // false for a negative ceiling: every sample is reduced
+};
+
+Derivation derivation(int32_t ceiling) {
+    Derivation k;
+    k.c = ceiling_q15(ceiling);
+    k.threshold = gain_threshold(k.c);
+    k.unity_possible = k.threshold >= 0;
+    return k;
+}
+
+// Four samples given as their low halves lo and high halves hi (lane i is
+// sample i): all ones where -threshold <= x <= threshold. With
+// 0 <= threshold < 2^31 that holds exactly when x fits in 32 bits (the high
+// half is the sign of the low half) and the low half lies in that range.
+inline __m128i unity_lanes(__m128i lo, __m128i hi, __m128i t, __m128i neg_t) {
+    const __m128i fits = _mm_cmpeq_epi32(hi, _mm_srai_epi32(lo, 31));
+    const __m128i outside = _mm_or_si128(_mm_cmpgt_epi32(lo, t), _mm_cmpgt_epi32(neg_t, lo));
+    return _mm_andnot_si128(outside, fits);
+}
+
+// Divisor of each lane: d = |x| >> 15, or INT32_MAX (quotient 0, gain 0) where
+// d is 0 or |x| >= 2^46 (d >= 2^31). |x| is formed as a 64-bit number from the
+// two halves: for negative x, -x = ~x + 1, the carry reaching the high half
+// only when the low half is 0; -2^63 gives 2^63.
+inline __m128i divisors(__m128i lo, __m128i hi) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i s = _mm_srai_epi32(hi, 31);
+    const __m128i m_lo = _mm_sub_epi32(_mm_xor_si128(lo, s), s);
+    const __m128i m_hi = _mm_sub_epi32(_mm_xor_si128(hi, s), _mm_and_si128(s, _mm_cmpeq_epi32(lo, zero)));
+    const __m128i d = _mm_or_si128(_mm_srli_epi32(m_lo, 15), _mm_slli_epi32(m_hi, 17));
+    const __m128i below_2p46 = _mm_cmpeq_epi32(_mm_srli_epi32(m_hi, 14), zero);
+    const __m128i usable = _mm_andnot_si128(_mm_cmpgt_epi32(_mm_set1_epi32(1), d), below_2p46);
+    return select(usable, d, _mm_set1_epi32(INT32_MAX));
+}
+
+// q = 2144993280 / d, truncated, for four positive divisors.
+inline __m128i quotients(__m128i d) {
+    const __m128d a = _mm_set1_pd(double(kTargetLevel));
+    const __m128i q01 = _mm_cvttpd_epi32(_mm_div_pd(a, _mm_cvtepi32_pd(d)));
+    const __m128i q23 = _mm_cvttpd_epi32(_mm_div_pd(a, _mm_cvtepi32_pd(_mm_shuffle_epi32(d, _MM_SHUFFLE(3, 2, 3, 2)))));
+    return _mm_unpacklo_epi64(q01, q23);
+}
+
+// ((c * q) >> 15) with bit 0 cleared, low 32 bits, for 0 <= q < 2^31: bits 15
+// to 46 of the unsigned product q * (c mod 2^32), less q << 17 when c is
+// negative (the unsigned c exceeds c by 2^32).
+inline __m128i reduced_from_quotients(__m128i q, int32_t c) {
+    const __m128i cu = _mm_set1_epi32(c);
+    const __m128i even = _mm_srli_epi64(_mm_mul_epu32(q, cu), 15);
+    const __m128i odd = _mm_slli_epi64(_mm_mul_epu32(_mm_srli_epi64(q, 32), cu), 17);
+    const __m128i low_mask = _mm_set_epi32(0, -1, 0, -1);
+    __m128i r = _mm_or_si128(_mm_and_si128(even, low_mask), _mm_andnot_si128(low_mask, odd));
+    if (c < 0) r = _mm_sub_epi32(r, _mm_slli_epi32(q, 17));
+    return _mm_and_si128(r, _mm_set1_epi32(~1));
+}
+
+// Gains of four samples at src into gains.
+inline void derive4(const u8* src, u8* gains, const Derivation& k) {
+    const __m128i a = load128(src), b = load128(src + 16);
+    const __m128i lo = low_halves(a, b), hi = high_halves(a, b);
+    const __m128i unity = _mm_set1_epi32(kUnityGain);
+    __m128i u = _mm_setzero_si128();
+    if (k.unity_possible) {
+        u = unity_lanes(lo, hi, _mm_set1_epi32(int32_t(k.threshold)), _mm_set1_epi32(int32_t(-k.threshold)));
+        if (_mm_movemask_epi8(u) == 0xFFFF) {
+            store128(gains, unity);
+            return;
+        }
+    }
+    const __m128i r = reduced_from_quotients(quotients(divisors(lo, hi)), k.c);
+    store128(gains, select(u, unity, r));
+}
+
+#if defined(__AVX2__)
+
+// The AVX2 forms of the helpers above, for eight samples. Lanes stay in the
+// in-lane order of the 256-bit shuffles (0, 1, 4, 5, 2, 3, 6, 7) until the
+// result is put back in order.
+inline __m256i select256(__m256i mask, __m256i yes, __m256i no) { return _mm256_blendv_epi8(no, yes, mask); }
+
+inline __m256i quotients(__m256i d) {
+    const __m256d a = _mm256_set1_pd(double(kTargetLevel));
+    const __m128i q0 = _mm256_cvttpd_epi32(_mm256_div_pd(a, _mm256_cvtepi32_pd(_mm256_castsi256_si128(d))));
+    const __m128i q1 = _mm256_cvttpd_epi32(_mm256_div_pd(a, _mm256_cvtepi32_pd(_mm256_extracti128_si256(d, 1))));
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(q0), q1, 1);
+}
+
+inline void derive8(const u8* src, u8* gains, const Derivation& k) {
+    const __m256 a = _mm256_castsi256_ps(load256(src)), b = _mm256_castsi256_ps(load256(src + 32));
+    const __m256i lo = _mm256_castps_si256(_mm256_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)));
+    const __m256i hi = _mm256_castps_si256(_mm256_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1)));
+    const __m256i unity = _mm256_set1_epi32(kUnityGain);
+    __m256i u = _mm256_setzero_si256();
+    if (k.unity_possible) {
+        const __m256i fits = _mm256_cmpeq_epi32(hi, _mm256_srai_epi32(lo, 31));
+        const __m256i outside = _mm256_or_si256(_mm256_cmpgt_epi32(lo, _mm256_set1_epi32(int32_t(k.threshold))),
+                                                _mm256_cmpgt_epi32(_mm256_set1_epi32(int32_t(-k.threshold)), lo));
+        u = _mm256_andnot_si256(outside, fits);
+        if (_mm256_movemask_epi8(u) == -1) {
+            store256(gains, unity);
+            return;
+        }
+    }
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i s = _mm256_srai_epi32(hi, 31);
+    const __m256i m_lo = _mm256_sub_epi32(_mm256_xor_si256(lo, s), s);
+    const __m256i m_hi =
+        _mm256_sub_epi32(_mm256_xor_si256(hi, s), _mm256_and_si256(s, _mm256_cmpeq_epi32(lo, zero)));
+    const __m256i d = _mm256_or_si256(_mm256_srli_epi32(m_lo, 15), _mm256_slli_epi32(m_hi, 17));
+    const __m256i below_2p46 = _mm256_cmpeq_epi32(_mm256_srli_epi32(m_hi, 14), zero);
+    const __m256i usable = _mm256_andnot_si256(_mm256_cmpgt_epi32(_mm256_set1_epi32(1), d), below_2p46);
+    const __m256i q = quotients(select256(usable, d, _mm256_set1_epi32(INT32_MAX)));
+
+    const __m256i cu = _mm256_set1_epi32(k.c);
+    const __m256i even = _mm256_srli_epi64(_mm256_mul_epu32(q, cu), 15);
+    const __m256i odd = _mm256_slli_epi64(_mm256_mul_epu32(_mm256_srli_epi64(q, 32), cu), 17);
+    __m256i r = _mm256_blend_epi32(even, odd, 0xAA);
+    if (k.c < 0) r = _mm256_sub_epi32(r, _mm256_slli_epi32(q, 17));
+    r = _mm256_and_si256(r, _mm256_set1_epi32(~1));
+    r = select256(u, unity, r);
+    store256(gains, _mm256_permute4x64_epi64(r, _MM_SHUFFLE(3, 1, 2, 0)));
+}
+
+#endif  // __AVX2__
+
+}  // namespace
+
+void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t ceiling, int32_t stride) {
+    if (stride != 1 || overlaps(src, size_t(count) * 8, gains, size_t(count) * 4)) {
+        scalar::derive_gain(src, gains, count, ceiling, stride);
+        return;
+    }
+    const Derivation k = derivation(ceiling);
+    uint32_t i = 0;
+#if defined(__AVX2__)
+    for (; i + 8 <= count; i += 8) derive8(at(src, i, 8), at(gains, i, 4), k);
+#endif
+    for (; i + 4 <= count; i += 4) derive4(at(src, i, 8), at(gains, i, 4), k);
+    scalar::derive_gain(src + i, gains + i, count - i, ceiling, 1);
+}
+
+int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride) {
+    if (count < 1 || (!is_stereo && stride != 1)) return scalar::calculate_block_min_gain(is_stereo, gains, count, stride);
+    // Stereo frames are two consecutive words: the minimum over all words.
+    const uint32_t words = is_stereo ? uint32_t(count) * 2 : uint32_t(count);
+    uint32_t i = 0;
+    int32_t r = kUnityGain;
+#if defined(__AVX2__)
+    if (words >= 8) {
+        __m256i m = _mm256_set1_epi32(kUnityGain);
+        for (; i + 8 <= words; i += 8) m = _mm256_min_epi32(m, load256(at(gains, i, 4)));
+        __m128i h = _mm_min_epi32(_mm256_castsi256_si128(m), _mm256_extracti128_si256(m, 1));
+        h = _mm_min_epi32(h, _mm_shuffle_epi32(h, _MM_SHUFFLE(1, 0, 3, 2)));
+        h = _mm_min_epi32(h, _mm_shuffle_epi32(h, _MM_SHUFFLE(2, 3, 0, 1)));
+        r = _mm_cvtsi128_si32(h);
+    }
+#endif
+    if (words - i >= 4) {
+        __m128i m = _mm_set1_epi32(r);
+        for (; i + 4 <= words; i += 4) m = min_epi32(m, load128(at(gains, i, 4)));
+        m = min_epi32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(1, 0, 3, 2)));
+        m = min_epi32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(2, 3, 0, 1)));
+        r = _mm_cvtsi128_si32(m);
+    }
+    // The words left over, taken as mono words; the minimum does not depend
+    // on the order.
+    const int32_t rest = scalar::calculate_block_min_gain(0, gains + i, int32_t(words - i), 1);
+    return rest < r ? rest : r;
+}
+
+}  // namespace tvl::x86
+
+#endif  // __x86_64__

@@ -1,0 +1,72 @@
+// Attack ramp on x86-64: the ramp gains of four frames formed at once in
+// 32-bit lanes (the table entries times the difference, low 32 bits, shifted
+// arithmetically by 15 and added to the start gain), then each sample scaled
+// by its frame's gain, sign-extended to 64 bits, by the Q15 scaling rule.
+#if defined(__x86_64__)
+
+#include "common/kernels.h"
+#include "common/simd_x86.h"
+
+namespace tvl::x86 {
+
+namespace {
+
+// Ramp gains of the four frames whose table entries are at table.
+inline __m128i ramp_gains4(const u8* table, __m128i start, __m128i diff) {
+    const __m128i t = load128(table);
+#if defined(__AVX2__)
+    const __m128i product = _mm_mullo_epi32(t, diff);
+#else
+    const __m128i p02 = _mm_mul_epu32(t, diff);
+    const __m128i p13 = _mm_mul_epu32(_mm_srli_epi64(t, 32), diff);
+    const __m128i product = _mm_unpacklo_epi32(_mm_shuffle_epi32(p02, _MM_SHUFFLE(0, 0, 2, 0)),
+                                               _mm_shuffle_epi32(p13, _MM_SHUFFLE(0, 0, 2, 0)));
+#endif
+    return _mm_add_epi32(start, _mm_srai_epi32(product, 15));
+}
+
+}  // namespace
+
+int32_t apply_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int64_t* src, int32_t* dst,
+                        const int32_t* ramp_table, uint32_t count, int32_t stride) {
+    const size_t samples = is_stereo ? size_t(count) * 2 : size_t(count);
+    if ((!is_stereo && stride == 2) || overlaps(src, samples * 8, dst, samples * 4) ||
+        overlaps(ramp_table, size_t(count) * 4, dst, samples * 4)) {
+        return scalar::apply_targ_gain(is_stereo, start_gain, end_gain, src, dst, ramp_table, count, stride);
+    }
+    const __m128i start = _mm_set1_epi32(start_gain);
+    const __m128i diff = _mm_set1_epi32(int32_t(uint32_t(end_gain) - uint32_t(start_gain)));
+    uint32_t f = 0;
+    for (; f + 4 <= count; f += 4) {
+        __m128i g01, g23;  // 64-bit gains of frames f, f + 1 and f + 2, f + 3
+        widen_epi32(ramp_gains4(at(ramp_table, f, 4), start, diff), g01, g23);
+        if (is_stereo) {
+#if defined(__AVX2__)
+            const __m256i ga = _mm256_permute4x64_epi64(_mm256_castsi128_si256(g01), _MM_SHUFFLE(1, 1, 0, 0));
+            const __m256i gb = _mm256_permute4x64_epi64(_mm256_castsi128_si256(g23), _MM_SHUFFLE(1, 1, 0, 0));
+            const __m256i a = scale_q15_lanes(load256(at(src, 2 * f, 8)), ga);
+            const __m256i b = scale_q15_lanes(load256(at(src, 2 * f + 4, 8)), gb);
+            store256(at(dst, 2 * f, 4), low_halves(a, b));
+#else
+            const __m128i a = scale_q15_lanes(load128(at(src, 2 * f, 8)), _mm_unpacklo_epi64(g01, g01));
+            const __m128i b = scale_q15_lanes(load128(at(src, 2 * f + 2, 8)), _mm_unpackhi_epi64(g01, g01));
+            const __m128i c = scale_q15_lanes(load128(at(src, 2 * f + 4, 8)), _mm_unpacklo_epi64(g23, g23));
+            const __m128i d = scale_q15_lanes(load128(at(src, 2 * f + 6, 8)), _mm_unpackhi_epi64(g23, g23));
+            store128(at(dst, 2 * f, 4), low_halves(a, b));
+            store128(at(dst, 2 * f + 4, 4), low_halves(c, d));
+#endif
+        } else {
+            const __m128i a = scale_q15_lanes(load128(at(src, f, 8)), g01);
+            const __m128i b = scale_q15_lanes(load128(at(src, f + 2, 8)), g23);
+            store128(at(dst, f, 4), low_halves(a, b));
+        }
+    }
+    // The last count mod 4 frames, with the table from frame f on.
+    const size_t done = is_stereo ? size_t(f) * 2 : size_t(f);
+    scalar::apply_targ_gain(is_stereo, start_gain, end_gain, src + done, dst + done, ramp_table + f, count - f, stride);
+    return end_gain;
+}
+
+}  // namespace tvl::x86
+
+#endif  // __x86_64__

@@ -1,0 +1,58 @@
+// Release step on x86-64: the running gain kept in 64-bit lanes (frame k has
+// start + (k + 1) * step, stepped by a lane-count multiple of step), each
+// sample scaled by the Q15 scaling rule with the full 64-bit gain, whose high
+// half takes part in the wrapped product exactly as in the 64-bit reference.
+#if defined(__x86_64__)
+
+#include "common/kernels.h"
+#include "common/simd_x86.h"
+
+namespace tvl::x86 {
+
+int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain, int32_t step, const int64_t* src,
+                                           int32_t* dst, uint32_t count, int32_t stride) {
+    const size_t samples = is_stereo ? size_t(count) * 2 : size_t(count);
+    if ((!is_stereo && stride == 2) || overlaps(src, samples * 8, dst, samples * 4)) {
+        return scalar::apply_step_gain_without_saturation(is_stereo, start_gain, step, src, dst, count, stride);
+    }
+    // Samples are taken four at a time; lane j of a group of four has the
+    // gain of frame (first sample + j) / 2 in stereo, first sample + j in mono.
+    const int64_t s = step;
+    size_t i = 0;
+#if defined(__AVX2__)
+    __m256i g = is_stereo ? _mm256_set_epi64x(release_gain(start_gain, step, 1), release_gain(start_gain, step, 1),
+                                              release_gain(start_gain, step, 0), release_gain(start_gain, step, 0))
+                          : _mm256_set_epi64x(release_gain(start_gain, step, 3), release_gain(start_gain, step, 2),
+                                              release_gain(start_gain, step, 1), release_gain(start_gain, step, 0));
+    const __m256i g_step = _mm256_set1_epi64x(int64_t(uint64_t(s) * (is_stereo ? 2 : 4)));
+    for (; i + 4 <= samples; i += 4) {
+        const __m256i a = scale_q15_lanes(load256(at(src, i, 8)), g);
+        g = _mm256_add_epi64(g, g_step);
+        const __m128i lo = _mm256_castsi256_si128(a), hi = _mm256_extracti128_si256(a, 1);
+        store128(at(dst, i, 4), low_halves(lo, hi));
+    }
+#else
+    __m128i g = is_stereo ? _mm_set1_epi64x(release_gain(start_gain, step, 0))
+                          : _mm_set_epi64x(release_gain(start_gain, step, 1), release_gain(start_gain, step, 0));
+    const __m128i g_step = _mm_set1_epi64x(int64_t(uint64_t(s) * (is_stereo ? 1 : 2)));
+    for (; i + 4 <= samples; i += 4) {
+        const __m128i a = scale_q15_lanes(load128(at(src, i, 8)), g);
+        g = _mm_add_epi64(g, g_step);
+        const __m128i b = scale_q15_lanes(load128(at(src, i + 2, 8)), g);
+        g = _mm_add_epi64(g, g_step);
+        store128(at(dst, i, 4), low_halves(a, b));
+    }
+#endif
+    // The rest by the per-sample rule (a scalar call could not carry a start
+    // gain beyond 32 bits).
+    for (; i < samples; ++i) {
+        const uint32_t frame = uint32_t(is_stereo ? i / 2 : i);
+        store<int32_t>(dst, ptrdiff_t(i),
+                       scale_q33p31_to_q1p31(load<int64_t>(src, ptrdiff_t(i)), release_gain(start_gain, step, frame)));
+    }
+    return count == 0 ? start_gain : int32_t(uint32_t(uint64_t(release_gain(start_gain, step, count - 1))));
+}
+
+}  // namespace tvl::x86
+
+#endif  // __x86_64__

@@ -33,7 +33,14 @@ std::vector<unsigned char> widened(uint32_t fmt, std::vector<unsigned char> b, b
     return b;
 }
 // Output block k of a driver's output.
-const unsigned char* out_block(const Driver& d, size_t k) { return d.output.data() + k * samples_per_block(d.inst.stereo) * 4; }
+const unsigned char* out_block(const Driver& d, size_t k) {
+    return d.output.data() + k * samples_per_block(d.inst.stereo) * 4;
+}
+// Output block k must be the block image, held in format fmt, as bypass emits it.
+::testing::AssertionResult bypassed(const Driver& d, size_t k, uint32_t fmt, const std::vector<unsigned char>& image) {
+    const uint32_t n = samples_per_block(d.inst.stereo);
+    return same_bytes(out_block(d, k), ref::bypass_out(fmt, image.data(), n).data(), n * 4);
+}
 
 // ---- The block step's cases ----------------------------------------------------
 
@@ -101,7 +108,9 @@ TEST_P(EndToEnd, QuietAudioLeavesExactlyOneBlockLateInAnyPeriods) {
     const auto v = make_signal(Signal::QuietNoise, 11, 640, stereo);
     const auto in = encoded(fmt, v);
     std::vector<unsigned char> want(640 * n / 64 * 4, 0);  // the first block is the silent delay line
-    for (size_t i = n; i < want.size() / 4; ++i) ref::emit(fmt, want.data(), i, ref::narrow(ref::widen(fmt, in.data(), i - n)));
+    for (size_t i = n; i < want.size() / 4; ++i) {
+        ref::emit(fmt, want.data(), i, ref::narrow(ref::widen(fmt, in.data(), i - n)));
+    }
 
     for (const char* schedule : {"p640", "p100,p37,p64,p1,p200,p300,p640", "p63,p65,p127,p129,p640"}) {
         for (bool in_place : {false, true}) {
@@ -308,16 +317,15 @@ TEST_P(Transitions, IntoBypassAndBack) {
             ASSERT_EQ(d.output.size(), 9 * n * 4);
 
             auto held = widened(fmt, block_of(fmt, in, 1, stereo), stereo);
-            if (g.cur != kUnity || g.last_min != kUnity) ref::fade(LMTR_PCM_Q33P31, held.data(), stereo, g.cur, g.last_min);
+            if (g.cur != kUnity || g.last_min != kUnity) {
+                ref::fade(LMTR_PCM_Q33P31, held.data(), stereo, g.cur, g.last_min);
+            }
             ref::reencode(held.data(), LMTR_PCM_Q33P31, fmt, n);
-            EXPECT_TRUE(same_bytes(out_block(d, 2), ref::bypass_out(fmt, held.data(), n).data(), n * 4)) << "held block";
+            EXPECT_TRUE(bypassed(d, 2, fmt, held)) << "held block";
             auto first = block_of(fmt, in, 2, stereo);
             if (g.last_min != kUnity) ref::fade(fmt, first.data(), stereo, g.last_min, kUnity);
-            EXPECT_TRUE(same_bytes(out_block(d, 3), ref::bypass_out(fmt, first.data(), n).data(), n * 4)) << "first input";
-            for (size_t k = 4; k < 7; ++k) {
-                const auto b = block_of(fmt, in, k - 1, stereo);
-                EXPECT_TRUE(same_bytes(out_block(d, k), ref::bypass_out(fmt, b.data(), n).data(), n * 4)) << "block " << k;
-            }
+            EXPECT_TRUE(bypassed(d, 3, fmt, first)) << "first input block";
+            for (size_t k = 4; k < 7; ++k) EXPECT_TRUE(bypassed(d, k, fmt, block_of(fmt, in, k - 1, stereo))) << k;
             // Back in limiting: the block held in bypass leaves unfaded, exactly (quiet, unity).
             for (size_t k = 7; k < 9; ++k) {
                 const auto b = widened(fmt, block_of(fmt, in, k - 1, stereo), stereo);
@@ -351,8 +359,11 @@ TEST_P(Transitions, ResetRestartsWithSilenceInEitherState) {
             const auto b = widened(fmt, block_of(fmt, in, k - 1, stereo), stereo);
             std::vector<unsigned char> want(n * 4);
             for (uint32_t i = 0; i < n; ++i) ref::emit(fmt, want.data(), i, ref::narrow(ld<int64_t>(b.data(), i)));
-            if (state == LMTR_STATE_BYPASS) want = ref::bypass_out(fmt, block_of(fmt, in, k - 1, stereo).data(), n);
-            EXPECT_TRUE(same_bytes(out_block(d, k), want.data(), n * 4)) << "block " << k;
+            if (state == LMTR_STATE_BYPASS) {
+                EXPECT_TRUE(bypassed(d, k, fmt, block_of(fmt, in, k - 1, stereo))) << "block " << k;
+            } else {
+                EXPECT_TRUE(same_bytes(out_block(d, k), want.data(), n * 4)) << "block " << k;
+            }
         }
     }
 }
@@ -376,13 +387,11 @@ TEST(BypassFormats, OpenInBypassThenChangeFormat) {
                 const std::vector<unsigned char> zeros(n * 4, 0);
                 EXPECT_TRUE(same_bytes(out_block(d, 0), zeros.data(), n * 4));
                 const auto in_from = encoded(from, v), in_to = encoded(to, v);
-                auto b = block_of(from, in_from, 0, stereo);
-                EXPECT_TRUE(same_bytes(out_block(d, 1), ref::bypass_out(from, b.data(), n).data(), n * 4));
-                b = block_of(from, in_from, 1, stereo);
-                ref::reencode(b.data(), from, to, n);
-                EXPECT_TRUE(same_bytes(out_block(d, 2), ref::bypass_out(to, b.data(), n).data(), n * 4)) << "converted";
-                b = block_of(to, in_to, 2, stereo);
-                EXPECT_TRUE(same_bytes(out_block(d, 3), ref::bypass_out(to, b.data(), n).data(), n * 4));
+                EXPECT_TRUE(bypassed(d, 1, from, block_of(from, in_from, 0, stereo)));
+                auto held = block_of(from, in_from, 1, stereo);
+                ref::reencode(held.data(), from, to, n);
+                EXPECT_TRUE(bypassed(d, 2, to, held)) << "the held block, converted";
+                EXPECT_TRUE(bypassed(d, 3, to, block_of(to, in_to, 2, stereo)));
             }
         }
     }

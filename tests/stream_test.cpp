@@ -1,9 +1,10 @@
 // A long stream through Limiter_Process under a seeded random schedule of
 // periods (many leaving partial blocks that are offered again), switches
 // between limiting and bypass, format changes and resets, in place and
-// between misaligned buffers, with output room sometimes short of the input, checked call by call against the stream model:
-// no sample is dropped, repeated or moved; bypass is exact; limited output
-// is the delayed input scaled within the peak bound.
+// between misaligned buffers, with output room sometimes short of the input,
+// checked call by call against the stream model: no sample is dropped,
+// repeated or moved; bypass is exact; limited output is the delayed input
+// scaled within the peak bound.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -63,8 +64,8 @@ TEST_P(LongStream, EverySampleComesOutOnceOneBlockLate) {
         }
     }
     // The schedule must have exercised what it is meant to.
-    std::printf("%d switches, %d resets, %d format changes, %d calls with partial blocks, %zu calls\n", switches, resets,
-                format_changes, partial_calls, d.calls.size());
+    std::printf("%d switches, %d resets, %d format changes, %d calls with partial blocks, %zu calls\n", switches,
+                resets, format_changes, partial_calls, d.calls.size());
     EXPECT_GT(switches, 50);
     EXPECT_GT(resets, 5);
     EXPECT_GT(format_changes, 30);

@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <numbers>
 #include <random>
 #include <string>
 #include <vector>
@@ -362,7 +363,9 @@ public:
             }
         } else if (blocks > 0) {
             if (prev_state_ == LMTR_STATE_LIMITING) {  // the switch: two fades on the first block
-                if (cur_ != kUnity || last_min_ != kUnity) ref::fade(LMTR_PCM_Q33P31, held_.data(), stereo_, cur_, last_min_);
+                if (cur_ != kUnity || last_min_ != kUnity) {
+                    ref::fade(LMTR_PCM_Q33P31, held_.data(), stereo_, cur_, last_min_);
+                }
                 ref::reencode(held_.data(), LMTR_PCM_Q33P31, fmt_, n);
                 if (!same_bytes(out, ref::bypass_out(fmt_, held_.data(), n).data(), n * 4)) {
                     return fail(0) << same_bytes(out, ref::bypass_out(fmt_, held_.data(), n).data(), n * 4).message();
@@ -444,7 +447,7 @@ inline std::vector<int64_t> make_signal(Signal kind, uint64_t seed, size_t frame
                 case Signal::Silence: break;
                 case Signal::QuietNoise: x = (2 * unit() - 1) * 0.5 * fs; break;
                 case Signal::Sines:
-                    for (int k = 0; k < 3; ++k) x += amp[k] * std::sin(6.283185307179586 * freq[k] * double(n) + double(c));
+                    for (int k = 0; k < 3; ++k) x += amp[k] * std::sin(2 * std::numbers::pi * freq[k] * double(n) + double(c));
                     break;
                 case Signal::HotNoise: x = (2 * unit() - 1) * level; break;
                 case Signal::Square: x = (n / half_period % 2 ? -1 : 1) * level * 0.5; break;

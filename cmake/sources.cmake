@@ -16,6 +16,7 @@ set(TAVIKLIMITER_SOURCES
     src/convert/block_copies.cpp
     src/convert/reencode.cpp
     src/convert/narrow.cpp
+    src/common/check_kernels.cpp
     # x86-64 vector kernels (empty on other targets)
     src/engine/gain_derivation_x86.cpp
     src/gain/unity_gain_x86.cpp

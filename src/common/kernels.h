@@ -12,6 +12,7 @@
 // Every variant stays linkable, so the tests can call each one.
 #pragma once
 
+#include "common/check_kernels.h"
 #include "common/scalar_kernels.h"
 
 #if defined(__ARM_NEON) && (defined(__aarch64__) || defined(_M_ARM64))
@@ -33,7 +34,6 @@ namespace vector = scalar;
 #if defined(TVL_SCALAR_ONLY) && TVL_SCALAR_ONLY
 namespace active = scalar;
 #elif defined(TVL_CHECK_VECTOR) && TVL_CHECK_VECTOR
-namespace check { using namespace tvl::vector; }
 namespace active = check;
 #else
 namespace active = vector;

@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-CONFIGS=(gcc clang sanitize arm64 scalar android-arm64)
+CONFIGS=(gcc clang sanitize arm64 scalar android-arm64 check arm64-check x86-baseline)
 if (($# > 0)); then
     CONFIGS=("$@")
 fi

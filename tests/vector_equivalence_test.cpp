@@ -5,8 +5,8 @@
 // writes, how its buffers may be placed (apart, in place, destination below
 // the source) and which parameters to try. The driver runs every row over
 // counts 0 to 140 and a few long ones, source and destination offsets of 0, 4
-// and 8 bytes, two data sets (edge-heavy words of every size, and in-range
-// audio-like data), on two copies of the same guarded memory: the scalar call
+// and 8 bytes, three data sets (edge-heavy words of every size, in-range
+// audio-like data, and samples that all need limiting), on two copies of the same guarded memory: the scalar call
 // on one, the vector call on the other. Then the whole memory (guards, source,
 // destination, ramp table) and the return value must be identical, and the
 // guards intact.
@@ -303,17 +303,29 @@ const std::vector<Kernel>& kernels() {
     return table;
 }
 
+// A sample above the gain threshold: 1.0 to 32.0 of full scale, either sign.
+int64_t hot_q33p31(SampleGen& gen) {
+    const int64_t m = gen.between(INT64_C(2147418111), INT64_C(1) << 36);
+    return gen.between(0, 1) ? m : -m;
+}
+
 // Data set 0: SampleGen's edge-heavy words of every size. Data set 1:
 // in-range audio-like samples (Q33.31 within +-1.125 of full scale, floats
 // within +-1.25), so that whole vectors often take the common fast paths.
+// Data set 2: every sample above the threshold (floats from 1.0 up), the
+// paths of limited audio.
 void fill(SampleGen& gen, Data kind, void* base, size_t n, int data_set) {
     for (size_t i = 0; i < n; ++i) {
         switch (kind) {
             case Data::I64:
-                tvl_test::put<int64_t>(base, i, data_set == 0 ? gen.q33p31() : gen.between(-(INT64_C(9) << 28), INT64_C(9) << 28));
+                tvl_test::put<int64_t>(base, i, data_set == 0   ? gen.q33p31()
+                                                : data_set == 1 ? gen.between(-(INT64_C(9) << 28), INT64_C(9) << 28)
+                                                                : hot_q33p31(gen));
                 break;
             case Data::F32:
-                tvl_test::put<float>(base, i, data_set == 0 ? gen.float32() : float(gen.between(-(5 << 21), 5 << 21)) * 0x1p-23f);
+                tvl_test::put<float>(base, i, data_set == 0   ? gen.float32()
+                                              : data_set == 1 ? float(gen.between(-(5 << 21), 5 << 21)) * 0x1p-23f
+                                                              : float(hot_q33p31(gen)) * 0x1p-31f);
                 break;
             case Data::I32: tvl_test::put<int32_t>(base, i, gen.word32()); break;
             case Data::Gain: tvl_test::put<int32_t>(base, i, data_set == 0 ? gen.word32() : gen.gain()); break;
@@ -360,9 +372,9 @@ TEST(VectorEquivalence, EveryKernelMatchesScalarByteForByte) {
                 const size_t dst_bytes = n * bytes_of(k.dst);
                 for (Place place : k.places) {
                     for (size_t src_off : {0, 4, 8}) {
-                        for (int data_set : {0, 1}) {
+                        for (int data_set : {0, 1, 2}) {
                             // Long counts: one offset and data set of each, to keep the run short.
-                            if (count > counts_end() && (src_off == 4 || data_set == 1)) continue;
+                            if (count > counts_end() && (src_off == 4 || data_set != 0)) continue;
                             const size_t dst_off = src_off == 4 ? 0 : 4;
                             const uint64_t seed = (uint64_t(ki) << 40) ^ (uint64_t(count) << 20) ^ (pi << 8) ^
                                                   (size_t(place) << 5) ^ (src_off << 1) ^ uint64_t(data_set);

@@ -54,6 +54,20 @@ inline void float32_to_q33p31_wide4(const u8* src, u8* dst) {
     }
 }
 
+#if defined(__AVX2__)
+inline __m256i truncate_wide(__m256d t, __m256d& ok) {
+    const __m256d magnitude = _mm256_and_pd(t, _mm256_castsi256_pd(_mm256_set1_epi64x(INT64_MAX)));
+    const __m256d big = _mm256_set1_pd(kTwo52);
+    ok = _mm256_cmp_pd(magnitude, big, _CMP_LT_OQ);
+    const __m256d shifted = _mm256_add_pd(magnitude, big);
+    const __m256d rounded = _mm256_sub_pd(shifted, big);
+    __m256i n = _mm256_sub_epi64(_mm256_castpd_si256(shifted), _mm256_castpd_si256(big));
+    n = _mm256_add_epi64(n, _mm256_castpd_si256(_mm256_cmp_pd(rounded, magnitude, _CMP_GT_OQ)));
+    const __m256i negative = _mm256_castpd_si256(_mm256_cmp_pd(t, _mm256_setzero_pd(), _CMP_LT_OQ));
+    return _mm256_sub_epi64(_mm256_xor_si256(n, negative), negative);
+}
+#endif
+
 }  // namespace
 
 void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
@@ -70,12 +84,17 @@ void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
         const __m256d t0 = _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(x)), two31), half);
         const __m256d t1 = _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(x, 1)), two31), half);
         const __m128i r0 = _mm256_cvttpd_epi32(t0), r1 = _mm256_cvttpd_epi32(t1);
-        store256(at(dst, i, 8), _mm256_cvtepi32_epi64(r0));
-        store256(at(dst, i + 4, 8), _mm256_cvtepi32_epi64(r1));
         const __m128i hit = _mm_or_si128(_mm_cmpeq_epi32(r0, sentinel), _mm_cmpeq_epi32(r1, sentinel));
-        if (!_mm_testz_si128(hit, hit)) {
-            float32_to_q33p31_wide4(at(src, i, 4), at(dst, i, 8));
-            float32_to_q33p31_wide4(at(src, i + 4, 4), at(dst, i + 4, 8));
+        if (_mm_testz_si128(hit, hit)) {
+            store256(at(dst, i, 8), _mm256_cvtepi32_epi64(r0));
+            store256(at(dst, i + 4, 8), _mm256_cvtepi32_epi64(r1));
+            continue;
+        }
+        __m256d ok0, ok1;
+        store256(at(dst, i, 8), truncate_wide(t0, ok0));
+        store256(at(dst, i + 4, 8), truncate_wide(t1, ok1));
+        if (_mm256_movemask_pd(_mm256_and_pd(ok0, ok1)) != 0xF) {
+            for (int j = 0; j < 8; ++j) store<int64_t>(at(dst, i, 8), j, float32_to_q33p31(load<float>(at(src, i, 4), j)));
         }
     }
 #endif

@@ -17,6 +17,8 @@ namespace tvl::x86 {
 
 namespace {
 
+constexpr int32_t kTarget = kTargetLevel;
+
 // Per-call constants, formed once from the ceiling.
 struct Derivation {
     int32_t c;           // the ceiling, sign-extended from 16 bits
@@ -109,6 +111,28 @@ inline __m256i quotients(__m256i d) {
     return _mm256_inserti128_si256(_mm256_castsi128_si256(q0), q1, 1);
 }
 
+// The same quotients in single precision, for divisors 2^15 <= d < 2^30 (or
+// INT32_MAX, quotient 0). There a / d < 2^16 and float(d) and the division
+// each round by at most 2^-24 relative, so the truncated float quotient is q
+// or q +- 1; the remainder a - q' * d (exact in 32 bits, inside (-2^30, 2^31))
+// says which, and one step puts it right.
+inline __m256i quotients_single(__m256i d) {
+    const __m256i a = _mm256_set1_epi32(kTarget);
+    const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(_mm256_set1_ps(float(kTargetLevel)), _mm256_cvtepi32_ps(d)));
+    const __m256i r = _mm256_sub_epi32(a, _mm256_mullo_epi32(q, d));
+    const __m256i too_small = _mm256_cmpgt_epi32(r, _mm256_sub_epi32(d, _mm256_set1_epi32(1)));  // r >= d
+    const __m256i too_large = _mm256_cmpgt_epi32(_mm256_setzero_si256(), r);                      // r < 0
+    return _mm256_add_epi32(_mm256_sub_epi32(q, too_small), too_large);
+}
+
+inline bool single_precision_suffices(__m256i d) {
+    const __m256i below = _mm256_cmpgt_epi32(_mm256_set1_epi32(1 << 15), d);
+    const __m256i above = _mm256_andnot_si256(_mm256_cmpeq_epi32(d, _mm256_set1_epi32(INT32_MAX)),
+                                              _mm256_cmpgt_epi32(d, _mm256_set1_epi32((1 << 30) - 1)));
+    const __m256i outside = _mm256_or_si256(below, above);
+    return _mm256_testz_si256(outside, outside);
+}
+
 inline void derive8(const u8* src, u8* gains, const Derivation& k) {
     const __m256 a = _mm256_castsi256_ps(load256(src)), b = _mm256_castsi256_ps(load256(src + 32));
     const __m256i lo = _mm256_castps_si256(_mm256_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)));
@@ -133,7 +157,8 @@ inline void derive8(const u8* src, u8* gains, const Derivation& k) {
     const __m256i d = _mm256_or_si256(_mm256_srli_epi32(m_lo, 15), _mm256_slli_epi32(m_hi, 17));
     const __m256i below_2p46 = _mm256_cmpeq_epi32(_mm256_srli_epi32(m_hi, 14), zero);
     const __m256i usable = _mm256_andnot_si256(_mm256_cmpgt_epi32(_mm256_set1_epi32(1), d), below_2p46);
-    const __m256i q = quotients(select256(usable, d, _mm256_set1_epi32(INT32_MAX)));
+    const __m256i divisor = select256(usable, d, _mm256_set1_epi32(INT32_MAX));
+    const __m256i q = single_precision_suffices(divisor) ? quotients_single(divisor) : quotients(divisor);
 
     const __m256i cu = _mm256_set1_epi32(k.c);
     const __m256i even = _mm256_srli_epi64(_mm256_mul_epu32(q, cu), 15);

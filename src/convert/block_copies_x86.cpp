@@ -7,7 +7,9 @@
 //     Exact for |t| < 2^31; any other t (and NaN) gives the 0x80000000
 //     sentinel, which no t of that range produces for a float x: the nearest
 //     would need t in (-2^31 - 1, -2^31], which no x * 2^31 + 0.5 hits.
-//   - a group that met the sentinel is redone: a = |t| + 2^52 rounds a to an
+//   - with AVX2, a group of eight whose other lanes lie below 16.0 in
+//     magnitude takes those lanes from x * 2^27, a whole number from 1.0 up.
+//   - any other group that met the sentinel is redone: a = |t| + 2^52 rounds a to an
 //     integer n in the low mantissa bits (round to nearest, exact while
 //     a < 2^52), n - 1 where that rounded up gives floor(a), and the sign of t
 //     is put back. Lanes with |t| >= 2^52, infinities and NaN go to the scalar
@@ -88,6 +90,25 @@ void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
         if (_mm_testz_si128(hit, hit)) {
             store256(at(dst, i, 8), _mm256_cvtepi32_epi64(r0));
             store256(at(dst, i + 4, 8), _mm256_cvtepi32_epi64(r1));
+            continue;
+        }
+        // Lanes beyond the int32 range but below 16.0 in magnitude: from 1.0 up
+        // x * 2^27 is a whole number s, so v = x * 2^31 = 16 * s exactly and
+        // v + 0.5 truncates to v, or to v + 1 for negative v.
+        const __m256i s = _mm256_cvttps_epi32(_mm256_mul_ps(x, _mm256_set1_ps(0x1p27f)));
+        const __m256i s_out = _mm256_cmpeq_epi32(s, _mm256_set1_epi32(INT32_MIN));
+        const __m256i r_out = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_cmpeq_epi32(r0, sentinel)),
+                                                      _mm_cmpeq_epi32(r1, sentinel), 1);
+        if (_mm256_testz_si256(s_out, r_out)) {
+            const auto v = [](__m128i s4) {
+                const __m256i w = _mm256_slli_epi64(_mm256_cvtepi32_epi64(s4), 4);
+                return _mm256_or_si256(w, _mm256_srli_epi64(w, 63));  // + 1 where negative
+            };
+            store256(at(dst, i, 8), _mm256_blendv_epi8(_mm256_cvtepi32_epi64(r0), v(_mm256_castsi256_si128(s)),
+                                                       _mm256_cvtepi32_epi64(_mm256_castsi256_si128(r_out))));
+            store256(at(dst, i + 4, 8),
+                     _mm256_blendv_epi8(_mm256_cvtepi32_epi64(r1), v(_mm256_extracti128_si256(s, 1)),
+                                        _mm256_cvtepi32_epi64(_mm256_extracti128_si256(r_out, 1))));
             continue;
         }
         __m256d ok0, ok1;

@@ -157,7 +157,10 @@ inline void derive8(const u8* src, u8* gains, const Derivation& k) {
     const __m256i d = _mm256_or_si256(_mm256_srli_epi32(m_lo, 15), _mm256_slli_epi32(m_hi, 17));
     const __m256i below_2p46 = _mm256_cmpeq_epi32(_mm256_srli_epi32(m_hi, 14), zero);
     const __m256i usable = _mm256_andnot_si256(_mm256_cmpgt_epi32(_mm256_set1_epi32(1), d), below_2p46);
-    const __m256i divisor = select256(usable, d, _mm256_set1_epi32(INT32_MAX));
+    // Lanes that keep unity need no quotient: give them the divisor of
+    // quotient 0 too, so that they do not keep the group from the single-
+    // precision division.
+    const __m256i divisor = select256(_mm256_andnot_si256(u, usable), d, _mm256_set1_epi32(INT32_MAX));
     const __m256i q = single_precision_suffices(divisor) ? quotients_single(divisor) : quotients(divisor);
 
     const __m256i cu = _mm256_set1_epi32(k.c);

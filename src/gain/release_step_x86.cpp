@@ -18,6 +18,11 @@ int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain
     // Samples are taken four at a time; lane j of a group of four has the
     // gain of frame (first sample + j) / 2 in stereo, first sample + j in mono.
     const int64_t s = step;
+    // The gains run linearly from the first frame's to the last's: when both
+    // lie in [0, 2^32) every gain has a zero high half, one cross product fewer.
+    const int64_t first = release_gain(start_gain, step, 0);
+    const int64_t last = count == 0 ? first : release_gain(start_gain, step, count - 1);
+    const bool narrow_gains = first >= 0 && last >= 0 && first < (INT64_C(1) << 32) && last < (INT64_C(1) << 32);
     size_t i = 0;
 #if defined(__AVX2__)
     __m256i g = is_stereo ? _mm256_set_epi64x(release_gain(start_gain, step, 1), release_gain(start_gain, step, 1),
@@ -26,7 +31,8 @@ int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain
                                               release_gain(start_gain, step, 1), release_gain(start_gain, step, 0));
     const __m256i g_step = _mm256_set1_epi64x(int64_t(uint64_t(s) * (is_stereo ? 2 : 4)));
     for (; i + 4 <= samples; i += 4) {
-        const __m256i a = scale_q15_lanes(load256(at(src, i, 8)), g);
+        const __m256i x = load256(at(src, i, 8));
+        const __m256i a = narrow_gains ? scale_q15_lanes_by(x, g, false) : scale_q15_lanes(x, g);
         g = _mm256_add_epi64(g, g_step);
         const __m128i lo = _mm256_castsi256_si128(a), hi = _mm256_extracti128_si256(a, 1);
         store128(at(dst, i, 4), low_halves(lo, hi));
@@ -36,9 +42,11 @@ int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain
                           : _mm_set_epi64x(release_gain(start_gain, step, 1), release_gain(start_gain, step, 0));
     const __m128i g_step = _mm_set1_epi64x(int64_t(uint64_t(s) * (is_stereo ? 1 : 2)));
     for (; i + 4 <= samples; i += 4) {
-        const __m128i a = scale_q15_lanes(load128(at(src, i, 8)), g);
+        const __m128i xa = load128(at(src, i, 8));
+        const __m128i a = narrow_gains ? scale_q15_lanes_by(xa, g, false) : scale_q15_lanes(xa, g);
         g = _mm_add_epi64(g, g_step);
-        const __m128i b = scale_q15_lanes(load128(at(src, i + 2, 8)), g);
+        const __m128i xb = load128(at(src, i + 2, 8));
+        const __m128i b = narrow_gains ? scale_q15_lanes_by(xb, g, false) : scale_q15_lanes(xb, g);
         g = _mm_add_epi64(g, g_step);
         store128(at(dst, i, 4), low_halves(a, b));
     }

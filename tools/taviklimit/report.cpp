@@ -17,7 +17,7 @@ std::string printf_string(const char* fmt, auto... args) {
 }
 
 std::string db_text(double db) {
-    return std::isinf(db) ? std::string("-inf") : printf_string("%.2f", db);
+    return std::isinf(db) ? std::string("-inf") : printf_string("%+.2f", db);
 }
 
 std::string json_string(const std::string& text) {

@@ -48,11 +48,17 @@ DESCRIPTION
     that value (a float file rounds Q5.27 and Q1.31 to the nearest float).
     Integer output of b bits stores round(y * 2^(b-1)), to nearest, ties to
     even, saturated to the b-bit range; there is no dither. Limited audio
-    stays at or below 32730/32768, so it never saturates, and samples that
-    the limiter passes unchanged come back bit for bit when the output
-    keeps the input's subtype and the format holds it exactly. Samples that
-    had to be saturated (bypass with drive, for instance) are counted and
+    stays at or below 32730/32768, so it never saturates. Samples that had
+    to be saturated (bypass with drive, for instance) are counted and
     reported; nothing ever wraps.
+
+    Audio the limiter leaves alone comes back bit for bit from 16 and
+    24-bit PCM in every format and from 32-bit PCM in q33.31, when the
+    output keeps the input's subtype. Float files through float32 come
+    back bit for bit from 2^-6 (-36 dBFS) up: the library widens a float
+    as x * 2^31 + 0.5 truncated toward zero, which puts a negative sample
+    one Q1.31 step high, so quieter samples move by at most 2^-30
+    (-181 dBFS).
 
 OPTIONS
     --format float32|q5.27|q33.31

@@ -31,6 +31,7 @@ PACKAGES=(
     ffmpeg
     lv2-dev
     lilv-utils
+    sordi                     # sord_validate: checks the LV2 bundle's Turtle
     alsa-utils
     sndfile-programs
 )

@@ -3,10 +3,13 @@
 # configuration in turn; stops at the first failure.
 #   bash scripts/test-all.sh              all configurations
 #   bash scripts/test-all.sh gcc arm64    only these
+# Besides the CMake presets: "fuzz" also runs each libFuzzer target for
+# TAVIKLIMITER_FUZZ_SECONDS (60) from the committed corpus, and "valgrind"
+# runs the end-to-end tests of the gcc build under memcheck.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-CONFIGS=(gcc clang sanitize arm64 scalar android-arm64 check arm64-check x86-baseline)
+CONFIGS=(gcc clang sanitize arm64 scalar android-arm64 check arm64-check x86-baseline fuzz tsan valgrind)
 if (($# > 0)); then
     CONFIGS=("$@")
 fi
@@ -36,8 +39,53 @@ on_exit() {
 }
 trap on_exit EXIT
 
+# The fuzzers of the fuzz build, both at once (one core each), each for
+# TAVIKLIMITER_FUZZ_SECONDS from the committed corpus; new inputs go to
+# build/fuzz/corpus-run, a crash or a failed check to build/fuzz/artifacts.
+run_fuzzers() {
+    local seconds=${TAVIKLIMITER_FUZZ_SECONDS:-60} f pids=() failed=0
+    mkdir -p build/fuzz/artifacts
+    for f in api_sequence kernel; do
+        mkdir -p "build/fuzz/corpus-run/$f"
+        "build/fuzz/fuzz/${f}_fuzzer" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
+            -artifact_prefix="build/fuzz/artifacts/$f-" "build/fuzz/corpus-run/$f" "fuzz/corpus/$f" \
+            >"build/fuzz/$f.log" 2>&1 &
+        pids+=($!)
+    done
+    for f in 0 1; do
+        wait "${pids[$f]}" || failed=1
+    done
+    for f in api_sequence kernel; do
+        echo "$f: $(grep -E '^#[0-9]+ +DONE' "build/fuzz/$f.log" | tail -1)"
+    done
+    if ((failed)); then
+        tail -n 40 build/fuzz/*.log
+        return 1
+    fi
+}
+
+# memcheck over the end-to-end tests of the gcc build: any invalid access or
+# uninitialised value that decides anything fails the run.
+run_valgrind() {
+    local t
+    cmake --preset gcc >/dev/null
+    cmake --build --preset gcc -j2
+    for t in api_test engine_test stream_test golden_test hostile_input_test; do
+        echo "== valgrind $t"
+        (cd tests && valgrind --tool=memcheck --error-exitcode=1 --track-origins=yes --quiet \
+            "../build/gcc/tests/$t" --gtest_brief=1)
+    done
+}
+
 for config in "${CONFIGS[@]}"; do
     t0=$SECONDS
+    if [[ "$config" == valgrind ]]; then
+        current="valgrind:memcheck"
+        run_valgrind
+        summary+=("$(printf '%-14s ok: memcheck %4d s' valgrind $((SECONDS - t0)))")
+        current=""
+        continue
+    fi
     echo "==== $config: configure"
     current="$config:configure"
     cmake --preset "$config"
@@ -48,6 +96,10 @@ for config in "${CONFIGS[@]}"; do
     echo "==== $config: test"
     current="$config:test"
     ctest --preset "$config" --output-on-failure | tee "build/$config/ctest-summary.log"
+    if [[ "$config" == fuzz ]]; then
+        current="fuzz:fuzzing"
+        run_fuzzers
+    fi
     t2=$SECONDS
     tests=$(grep -Eo 'tests passed, [0-9]+ tests failed out of [0-9]+' "build/$config/ctest-summary.log" |
             grep -Eo '[0-9]+$' || echo "?")

@@ -17,8 +17,6 @@ namespace tvl::x86 {
 
 namespace {
 
-constexpr int32_t kTarget = kTargetLevel;
-
 // Per-call constants, formed once from the ceiling.
 struct Derivation {
     int32_t c;           // the ceiling, sign-extended from 16 bits
@@ -117,7 +115,7 @@ inline __m256i quotients(__m256i d) {
 // or q +- 1; the remainder a - q' * d (exact in 32 bits, inside (-2^30, 2^31))
 // says which, and one step puts it right.
 inline __m256i quotients_single(__m256i d) {
-    const __m256i a = _mm256_set1_epi32(kTarget);
+    const __m256i a = _mm256_set1_epi32(kTargetLevel);
     const __m256i q = _mm256_cvttps_epi32(_mm256_div_ps(_mm256_set1_ps(float(kTargetLevel)), _mm256_cvtepi32_ps(d)));
     const __m256i r = _mm256_sub_epi32(a, _mm256_mullo_epi32(q, d));
     const __m256i too_small = _mm256_cmpgt_epi32(r, _mm256_sub_epi32(d, _mm256_set1_epi32(1)));  // r >= d

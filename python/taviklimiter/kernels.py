@@ -4,7 +4,7 @@ Every function takes arrays (any shape, read in C order) and returns new arrays;
 nothing is changed in place. The names and the arithmetic are the library's own
 (see include/taviklimiter.h); the wrappers always pass a stride of 1, as the
 library does. Stereo kernels take interleaved samples, either flat or shaped
-(frames, 2), and count frames.
+(frames, 2), and count frames; their stereo argument defaults to "shaped (frames, 2)".
 
 Sample types: Q33.31 is int64 (full scale 2**31), Q1.31 and Q5.27 are int32
 (full scale 2**31 and 2**27), float32 has full scale 1.0. Gains are Q15
@@ -39,6 +39,13 @@ def _in(a, dtype):
 
 def _ptr(a, ctype):
     return a.ctypes.data_as(ctypes.POINTER(ctype))
+
+
+def _is_stereo(a, stereo):
+    """stereo as given, or, when None, whether a is shaped (frames, 2)."""
+    if stereo is None:
+        return np.ndim(a) == 2 and np.shape(a)[1] == 2
+    return bool(stereo)
 
 
 def _frames(a, stereo):
@@ -85,8 +92,9 @@ def derive_gain(samples_q33p31, ceiling=UNITY_GAIN):
     return gains
 
 
-def calculate_block_min_gain(gains, stereo=False):
+def calculate_block_min_gain(gains, stereo=None):
     """The smallest of 32767 and the gains (count: frames when stereo)."""
+    stereo = _is_stereo(gains, stereo)
     g = _in(gains, np.int32)
     return int(N.calculate_block_min_gain(int(bool(stereo)), _ptr(g, ctypes.c_int32),
                                           _frames(g, stereo), 1))
@@ -117,8 +125,9 @@ def apply_makeup_gain(samples_q1p31, gain):
     return out
 
 
-def apply_step_gain_without_saturation(samples_q33p31, start_gain, step, stereo=False):
+def apply_step_gain_without_saturation(samples_q33p31, start_gain, step, stereo=None):
     """Release: frame k scaled by start_gain + (k + 1) * step. Returns (Q1.31, end gain)."""
+    stereo = _is_stereo(samples_q33p31, stereo)
     src = _in(samples_q33p31, np.int64)
     dst = np.empty(src.shape, np.int32)
     end = N.apply_step_gain_without_saturation(int(bool(stereo)), int(start_gain), int(step),
@@ -134,8 +143,9 @@ def _ramp(table, frames):
     return t
 
 
-def apply_targ_gain(samples_q33p31, start_gain, end_gain, stereo=False, table=None):
+def apply_targ_gain(samples_q33p31, start_gain, end_gain, stereo=None, table=None):
     """Attack ramp over at most 64 frames, Q33.31 in, Q1.31 out."""
+    stereo = _is_stereo(samples_q33p31, stereo)
     src = _in(samples_q33p31, np.int64)
     frames = _frames(src, stereo)
     t = _ramp(table, frames)
@@ -147,6 +157,7 @@ def apply_targ_gain(samples_q33p31, start_gain, end_gain, stereo=False, table=No
 
 
 def _fade(fn, dtype, ctype, samples, start_gain, end_gain, stereo, table):
+    stereo = _is_stereo(samples, stereo)
     src = _in(samples, dtype)
     frames = _frames(src, stereo)
     t = _ramp(table, frames)
@@ -156,25 +167,25 @@ def _fade(fn, dtype, ctype, samples, start_gain, end_gain, stereo, table):
     return dst
 
 
-def apply_ramp_gain_for_q33p31(samples, start_gain, end_gain, stereo=False, table=None):
+def apply_ramp_gain_for_q33p31(samples, start_gain, end_gain, stereo=None, table=None):
     """Fade of Q33.31 samples (kept 64-bit) from start_gain to end_gain."""
     return _fade(N.apply_ramp_gain_for_q33p31, np.int64, ctypes.c_int64, samples, start_gain,
                  end_gain, stereo, table)
 
 
-def apply_ramp_gain_for_float32(samples, start_gain, end_gain, stereo=False, table=None):
+def apply_ramp_gain_for_float32(samples, start_gain, end_gain, stereo=None, table=None):
     """Fade of float32 samples from start_gain to end_gain."""
     return _fade(N.apply_ramp_gain_for_float32, np.float32, ctypes.c_float, samples, start_gain,
                  end_gain, stereo, table)
 
 
-def apply_ramp_gain_for_q5p27(samples, start_gain, end_gain, stereo=False, table=None):
+def apply_ramp_gain_for_q5p27(samples, start_gain, end_gain, stereo=None, table=None):
     """Fade of Q5.27 samples from start_gain to end_gain."""
     return _fade(N.apply_ramp_gain_for_q5p27, np.int32, ctypes.c_int32, samples, start_gain,
                  end_gain, stereo, table)
 
 
-def fade(samples, start_gain, end_gain, stereo=False):
+def fade(samples, start_gain, end_gain, stereo=None):
     """The fade for the samples' own type: int64 Q33.31, float32, or int32 Q5.27."""
     kind = np.asarray(samples).dtype
     if kind == np.int64:

@@ -108,6 +108,7 @@ def test_fades_follow_the_ramp_per_frame(dtype, one, fn, stereo):
     x = np.full((frames, 2) if stereo else frames, one, dtype)
     out = fn(x, 32767, 8000, stereo)
     np.testing.assert_array_equal(out, tl.fade(x, 32767, 8000, stereo))
+    np.testing.assert_array_equal(out, fn(x, 32767, 8000))  # stereo told by the shape
     gains = np.array(ramp_gains(32767, 8000, frames))
     scaled = gains / 32768.0 if dtype == np.float32 else (int(one) * gains) >> 15
     per_frame = out if not stereo else out[:, 0]

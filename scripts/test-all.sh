@@ -56,7 +56,7 @@ run_fuzzers() {
         wait "${pids[$f]}" || failed=1
     done
     for f in api_sequence kernel; do
-        echo "$f: $(grep -E '^#[0-9]+ +DONE' "build/fuzz/$f.log" | tail -1)"
+        echo "$f: $(grep -E '^#[0-9]+[[:space:]]+DONE' "build/fuzz/$f.log" | tail -1)"
     done
     if ((failed)); then
         tail -n 40 build/fuzz/*.log

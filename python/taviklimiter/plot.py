@@ -88,9 +88,10 @@ def render(result, path, title="", size=(1400, 900), dpi=100):
     # Waveform scale labelled in dBFS: ticks at +-10^(dB/20).
     # Keep the levels that fit and stand at least a tenth of the scale apart.
     levels, last = [], limit
+    gap = 0.1 * limit * max(1.0, 900 / size[1]) * channels ** 0.5
     for d in (30, 24, 20, 12, 6, 3, 0, -3, -6, -12, -20):
         v = 10 ** (d / 20)
-        if v <= limit * 0.98 and last - v >= 0.1 * limit and v >= 0.1 * limit:
+        if v <= limit * 0.98 and last - v >= gap and v >= gap:
             levels.append(d)
             last = v
     ticks = sorted([-(10 ** (d / 20)) for d in levels] + [0.0] + [10 ** (d / 20) for d in levels])

@@ -1,19 +1,19 @@
 // Block boundary copies on x86-64.
 //
 // float32 -> Q33.31 (x * 2^31 + 0.5 in double, then toward zero to int64):
-// x86 has no double -> int64 conversion before AVX-512, so two passes share
-// the work, both on the very double t = x * 2^31 + 0.5 of the scalar rule:
-//   - the common pass converts toward zero to int32 (cvttpd2dq) and widens.
-//     Exact for |t| < 2^31; any other t (and NaN) gives the 0x80000000
-//     sentinel, which no t of that range produces for a float x: the nearest
-//     would need t in (-2^31 - 1, -2^31], which no x * 2^31 + 0.5 hits.
-//   - with AVX2, a group of eight whose other lanes lie below 16.0 in
-//     magnitude takes those lanes from x * 2^27, a whole number from 1.0 up.
-//   - any other group that met the sentinel is redone: a = |t| + 2^52 rounds a to an
-//     integer n in the low mantissa bits (round to nearest, exact while
-//     a < 2^52), n - 1 where that rounded up gives floor(a), and the sign of t
-//     is put back. Lanes with |t| >= 2^52, infinities and NaN go to the scalar
-//     rule, which saturates them.
+// x86 has no double -> int64 conversion before AVX-512, so each group takes
+// the cheapest exact route its samples allow:
+//   - below full scale: with AVX2 in single precision (see the loop), with
+//     SSE2 through cvttpd2dq on the very double t = x * 2^31 + 0.5 of the
+//     scalar rule, exact for |t| < 2^31. Beyond that range (and for NaN) both
+//     give the 0x80000000 sentinel; the one in-range sample that also gives
+//     it (-1.0 in single precision) just takes a longer route;
+//   - with AVX2, from 1.0 up to 16.0 in magnitude: 16 * int(x * 2^27);
+//   - otherwise the double t rounded by a magic number: |t| + 2^52 puts the
+//     integer nearest to |t| in the low mantissa bits (round to nearest,
+//     exact while |t| < 2^52), less 1 where that rounded up gives floor(|t|),
+//     and the sign of t is put back. Lanes with |t| >= 2^52, infinities and
+//     NaN go to the scalar rule, which saturates them.
 #if defined(__x86_64__)
 
 #include "common/kernels.h"
@@ -80,37 +80,51 @@ void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
     const __m128i sentinel = _mm_set1_epi32(INT32_MIN);
     uint32_t i = 0;
 #if defined(__AVX2__)
-    const __m256d two31 = _mm256_set1_pd(kTwo31), half = _mm256_set1_pd(0.5);
+    const __m256i min32 = _mm256_set1_epi32(INT32_MIN);
     for (; i + 8 <= count; i += 8) {
         const __m256 x = _mm256_loadu_ps(reinterpret_cast<const float*>(at(src, i, 4)));
-        const __m256d t0 = _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(x)), two31), half);
-        const __m256d t1 = _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(x, 1)), two31), half);
-        const __m128i r0 = _mm256_cvttpd_epi32(t0), r1 = _mm256_cvttpd_epi32(t1);
-        const __m128i hit = _mm_or_si128(_mm_cmpeq_epi32(r0, sentinel), _mm_cmpeq_epi32(r1, sentinel));
-        if (_mm_testz_si128(hit, hit)) {
-            store256(at(dst, i, 8), _mm256_cvtepi32_epi64(r0));
-            store256(at(dst, i + 4, 8), _mm256_cvtepi32_epi64(r1));
+        // Below full scale in single precision: v = x * 2^31 is exact, t its
+        // truncation (INT32_MIN beyond the int32 range and for NaN), f = v - t
+        // exact as well (t has no more significant bits than v). Then
+        // v + 0.5 truncates to t + 1 where f >= 0.5 (v >= 0), or where
+        // f > -0.5 and t <= -1 (v < 0), and to t elsewhere.
+        const __m256 v = _mm256_mul_ps(x, _mm256_set1_ps(0x1p31f));
+        const __m256i t = _mm256_cvttps_epi32(v);
+        const __m256 f = _mm256_sub_ps(v, _mm256_cvtepi32_ps(t));
+        const __m256i up = _mm256_or_si256(
+            _mm256_castps_si256(_mm256_cmp_ps(f, _mm256_set1_ps(0.5f), _CMP_GE_OQ)),
+            _mm256_and_si256(_mm256_castps_si256(_mm256_cmp_ps(f, _mm256_set1_ps(-0.5f), _CMP_GT_OQ)),
+                             _mm256_cmpgt_epi32(_mm256_setzero_si256(), t)));
+        const __m256i r = _mm256_sub_epi32(t, up);
+        const __m256i r_out = _mm256_cmpeq_epi32(t, min32);
+        if (_mm256_testz_si256(r_out, r_out)) {
+            store256(at(dst, i, 8), _mm256_cvtepi32_epi64(_mm256_castsi256_si128(r)));
+            store256(at(dst, i + 4, 8), _mm256_cvtepi32_epi64(_mm256_extracti128_si256(r, 1)));
             continue;
         }
         // Lanes beyond the int32 range but below 16.0 in magnitude: from 1.0 up
         // x * 2^27 is a whole number s, so v = x * 2^31 = 16 * s exactly and
         // v + 0.5 truncates to v, or to v + 1 for negative v.
         const __m256i s = _mm256_cvttps_epi32(_mm256_mul_ps(x, _mm256_set1_ps(0x1p27f)));
-        const __m256i s_out = _mm256_cmpeq_epi32(s, _mm256_set1_epi32(INT32_MIN));
-        const __m256i r_out = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_cmpeq_epi32(r0, sentinel)),
-                                                      _mm_cmpeq_epi32(r1, sentinel), 1);
+        const __m256i s_out = _mm256_cmpeq_epi32(s, min32);
         if (_mm256_testz_si256(s_out, r_out)) {
-            const auto v = [](__m128i s4) {
+            const auto wide = [](__m128i s4) {
                 const __m256i w = _mm256_slli_epi64(_mm256_cvtepi32_epi64(s4), 4);
                 return _mm256_or_si256(w, _mm256_srli_epi64(w, 63));  // + 1 where negative
             };
-            store256(at(dst, i, 8), _mm256_blendv_epi8(_mm256_cvtepi32_epi64(r0), v(_mm256_castsi256_si128(s)),
-                                                       _mm256_cvtepi32_epi64(_mm256_castsi256_si128(r_out))));
+            store256(at(dst, i, 8),
+                     _mm256_blendv_epi8(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(r)), wide(_mm256_castsi256_si128(s)),
+                                        _mm256_cvtepi32_epi64(_mm256_castsi256_si128(r_out))));
             store256(at(dst, i + 4, 8),
-                     _mm256_blendv_epi8(_mm256_cvtepi32_epi64(r1), v(_mm256_extracti128_si256(s, 1)),
+                     _mm256_blendv_epi8(_mm256_cvtepi32_epi64(_mm256_extracti128_si256(r, 1)),
+                                        wide(_mm256_extracti128_si256(s, 1)),
                                         _mm256_cvtepi32_epi64(_mm256_extracti128_si256(r_out, 1))));
             continue;
         }
+        // Anything else in double precision, as the scalar rule computes it.
+        const __m256d two31 = _mm256_set1_pd(kTwo31), half = _mm256_set1_pd(0.5);
+        const __m256d t0 = _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(x)), two31), half);
+        const __m256d t1 = _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(x, 1)), two31), half);
         __m256d ok0, ok1;
         store256(at(dst, i, 8), truncate_wide(t0, ok0));
         store256(at(dst, i + 4, 8), truncate_wide(t1, ok1));

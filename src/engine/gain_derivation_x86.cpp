@@ -159,13 +159,19 @@ inline void derive8(const u8* src, u8* gains, const Derivation& k) {
     // quotient 0 too, so that they do not keep the group from the single-
     // precision division.
     const __m256i divisor = select256(_mm256_andnot_si256(u, usable), d, _mm256_set1_epi32(INT32_MAX));
-    const __m256i q = single_precision_suffices(divisor) ? quotients_single(divisor) : quotients(divisor);
-
     const __m256i cu = _mm256_set1_epi32(k.c);
-    const __m256i even = _mm256_srli_epi64(_mm256_mul_epu32(q, cu), 15);
-    const __m256i odd = _mm256_slli_epi64(_mm256_mul_epu32(_mm256_srli_epi64(q, 32), cu), 17);
-    __m256i r = _mm256_blend_epi32(even, odd, 0xAA);
-    if (k.c < 0) r = _mm256_sub_epi32(r, _mm256_slli_epi32(q, 17));
+    __m256i r;
+    if (single_precision_suffices(divisor)) {
+        // q < 2^16 and |c| <= 2^15, so c * q fits in 32 bits: one multiply
+        // and an arithmetic shift give (c * q) >> 15.
+        r = _mm256_srai_epi32(_mm256_mullo_epi32(quotients_single(divisor), cu), 15);
+    } else {
+        const __m256i q = quotients(divisor);
+        const __m256i even = _mm256_srli_epi64(_mm256_mul_epu32(q, cu), 15);
+        const __m256i odd = _mm256_slli_epi64(_mm256_mul_epu32(_mm256_srli_epi64(q, 32), cu), 17);
+        r = _mm256_blend_epi32(even, odd, 0xAA);
+        if (k.c < 0) r = _mm256_sub_epi32(r, _mm256_slli_epi32(q, 17));
+    }
     r = _mm256_and_si256(r, _mm256_set1_epi32(~1));
     r = select256(u, unity, r);
     store256(gains, _mm256_permute4x64_epi64(r, _MM_SHUFFLE(3, 1, 2, 0)));

@@ -26,6 +26,9 @@ set(TAVIKLIMITER_SOURCES
     src/convert/block_copies_x86.cpp
     src/convert/reencode_x86.cpp
     src/convert/narrow_x86.cpp
+    # arm64 NEON kernels (empty on other targets)
+    src/engine/gain_derivation_neon.cpp
+    src/convert/block_copies_neon.cpp
 )
 
 # The public header and the linker version script.

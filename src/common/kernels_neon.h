@@ -1,12 +1,142 @@
 // The kernels with an arm64 NEON path (128-bit registers), in tvl::neon.
 // Kernels not declared here run the scalar reference.
+//
+// Every NEON kernel gives the bytes of its scalar reference for every input.
+// It runs whole vectors and hands what is left to the scalar kernel of the
+// same name, so there is no second tail; where its buffers overlap in a way
+// that a vector step could read a sample after writing over it, it hands the
+// whole call to the scalar kernel.
+//
+// Buffers may have any alignment: loads and stores are byte vectors
+// (vld1q_u8, vst1q_u8 and their multi-register forms) reinterpreted as lanes,
+// never typed accesses through a cast pointer.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
+#include "common/memory.h"
 #include "common/scalar_kernels.h"
+
+#if defined(__ARM_NEON) && defined(__aarch64__)
+#include <arm_neon.h>
+#endif
 
 namespace tvl::neon {
 using namespace tvl::scalar;
+
+// src/engine/gain_derivation_neon.cpp
+void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t ceiling, int32_t stride);
+int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride);
+
+// src/convert/block_copies_neon.cpp
+void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count);
+void copy_q1p31_to_float32(const int32_t* src, float* dst, uint32_t count);
+void copy_q5p27_to_q33p31(const int32_t* src, int64_t* dst, uint32_t count);
+void copy_q1p31_to_q5p27(const int32_t* src, int32_t* dst, uint32_t count);
+
+#if defined(__ARM_NEON) && defined(__aarch64__)
+namespace lanes {
+
+// ---- Byte-vector access at any alignment ------------------------------------
+
+inline const uint8_t* at(const void* base, size_t byte_offset) {
+    return static_cast<const uint8_t*>(base) + byte_offset;
+}
+inline uint8_t* at(void* base, size_t byte_offset) { return static_cast<uint8_t*>(base) + byte_offset; }
+
+// Whether a vector loop may run between src (src_bytes read) and dst
+// (dst_bytes written) when each step reads all its input before it writes,
+// and its output lies at or below its input: either the ranges are apart, or
+// dst starts at or below src, so that no step writes over bytes that a later
+// step still has to read. The narrowing kernels (8 bytes in, 4 out) and the
+// same-width kernels in place (dst == src) meet the second condition.
+inline bool writes_behind_reads(const void* src, size_t src_bytes, const void* dst, size_t dst_bytes) {
+    return reinterpret_cast<uintptr_t>(dst) <= reinterpret_cast<uintptr_t>(src) ||
+           !tvl::overlaps(src, src_bytes, dst, dst_bytes);
+}
+
+// ---- Q15 scaling rule on four Q33.31 samples ----------------------------------
+
+// Splits four Q33.31 samples (two registers of two 64-bit lanes, in order)
+// into their low words and their high words, sample order kept.
+struct Split {
+    int32x4_t lo;   // bits 0..31 of each sample, read as signed
+    uint32x4_t hi;  // bits 32..63 of each sample
+};
+inline Split split(uint8x16_t s01, uint8x16_t s23) {
+    const uint32x4_t a = vreinterpretq_u32_u8(s01), b = vreinterpretq_u32_u8(s23);
+    return {vreinterpretq_s32_u32(vuzp1q_u32(a, b)), vuzp2q_u32(a, b)};
+}
+
+// Bits 15..46 of x * g for four samples x and four gains g (g sign-extended to
+// 64 bits), with g17 = g << 17 (mod 2^32) formed by the caller.
+//
+// Why it is exact: write x = h * 2^32 + l with l the low word read as signed
+// (-2^31 <= l < 2^31) and h = (high word) + (1 if l < 0), so that x is the
+// same integer. Then x * g = l * g + h * g * 2^32. l * g is an exact signed
+// 64-bit product (smull), and shifting the sum right by 15 distributes over
+// it because h * g * 2^32 is a multiple of 2^15:
+//   bits 15..46 of x * g = lo32((l * g) >> 15) + lo32(h * g * 2^17)  (mod 2^32)
+// and lo32(h * g * 2^17) = lo32(h) * lo32(g << 17) (mod 2^32), a 32-bit
+// multiply-accumulate. The correction of h is an unsigned shift of the low
+// word by 31 (its sign bit), added onto the high word.
+inline int32x4_t scale_q15(Split x, int32x4_t g, uint32x4_t g17) {
+    const int64x2_t p01 = vmull_s32(vget_low_s32(x.lo), vget_low_s32(g));     // l * g, exact
+    const int64x2_t p23 = vmull_high_s32(x.lo, g);                            // l * g, exact
+    const int32x4_t low = vshrn_high_n_s64(vshrn_n_s64(p01, 15), p23, 15);   // lo32((l * g) >> 15)
+    const uint32x4_t h = vsraq_n_u32(x.hi, vreinterpretq_u32_s32(x.lo), 31); // high + (l < 0)
+    const uint32x4_t r = vmlaq_u32(vreinterpretq_u32_s32(low), h, g17);      // + h * g * 2^17
+    return vreinterpretq_s32_u32(r);
+}
+
+// One pass of eight Q33.31 samples from src to Q1.31 at dst, starting at
+// sample `first`: the first four scaled by the lanes of ga, the next four by
+// those of gb, by the Q15 scaling rule.
+inline void scale_eight(const int64_t* src, int32_t* dst, size_t first, int32x4_t ga, int32x4_t gb) {
+    const uint8x16x4_t x = vld1q_u8_x4(at(src, first * 8));
+    const uint32x4_t ga17 = vshlq_n_u32(vreinterpretq_u32_s32(ga), 17);  // g << 17
+    const uint32x4_t gb17 = vshlq_n_u32(vreinterpretq_u32_s32(gb), 17);
+    uint8x16x2_t y;
+    y.val[0] = vreinterpretq_u8_s32(scale_q15(split(x.val[0], x.val[1]), ga, ga17));
+    y.val[1] = vreinterpretq_u8_s32(scale_q15(split(x.val[2], x.val[3]), gb, gb17));
+    vst1q_u8_x2(at(dst, first * 4), y);
+}
+
+// Four ramp gains: start + ((entry * diff) >> 15), 32-bit wrap, arithmetic shift.
+inline int32x4_t ramp_gains(const int32_t* table, size_t first, int32x4_t start, uint32x4_t diff) {
+    const uint32x4_t entry = vreinterpretq_u32_u8(vld1q_u8(at(table, first * 4)));
+    const int32x4_t share = vreinterpretq_s32_u32(vmulq_u32(entry, diff));  // entry * diff, low 32 bits
+    return vsraq_n_s32(start, share, 15);                                     // start + (share >> 15)
+}
+
+// The frame walk of the vector loops whose gain changes from frame to frame
+// (release step, attack ramp, fades), in passes of eight samples: four stereo
+// frames or eight mono samples. next_gains() returns the gains of the next four
+// frames, called for frames 0-3, 4-7, ... in order; pass(sample, ga, gb)
+// scales samples sample .. sample + 3 by the lanes of ga and sample + 4 ..
+// sample + 7 by those of gb. Returns the frames done: count rounded down to
+// whole passes; the caller hands the rest to the scalar kernel.
+template <typename NextGains, typename Pass>
+inline uint32_t walk_frames(int32_t is_stereo, uint32_t count, NextGains next_gains, Pass pass) {
+    if (is_stereo) {
+        const uint32_t whole = count & ~3u;
+        for (uint32_t f = 0; f < whole; f += 4) {
+            const int32x4_t g = next_gains();
+            pass(size_t(f) * 2, vzip1q_s32(g, g), vzip2q_s32(g, g));  // g0 g0 g1 g1, g2 g2 g3 g3
+        }
+        return whole;
+    }
+    const uint32_t whole = count & ~7u;
+    for (uint32_t f = 0; f < whole; f += 8) {
+        const int32x4_t ga = next_gains();
+        const int32x4_t gb = next_gains();
+        pass(size_t(f), ga, gb);
+    }
+    return whole;
+}
+
+}  // namespace lanes
+#endif
 
 }  // namespace tvl::neon

@@ -1,0 +1,137 @@
+// Block boundary copies, NEON: sixteen samples per step.
+#if defined(__ARM_NEON) && defined(__aarch64__)
+
+#include "common/kernels.h"
+#include "common/memory.h"
+#include "common/sample_rules.h"
+
+namespace tvl::neon {
+
+namespace {
+
+// float32 -> Q33.31 of four floats: trunc(x * 2^31 + 0.5), the 64-bit bounds
+// beyond the range, NaN 0.
+//
+// The scalar rule rounds x * 2^31 + 0.5 in double; here x + 2^-32 is rounded
+// in double and the conversion scales by 2^31 exactly (fixed-point FCVTZS).
+// Both sums are the same real number up to the factor 2^31, and rounding
+// commutes with a power-of-two scaling unless a result leaves the normal
+// range: every non-zero x + 2^-32 is at least 2^-56 in magnitude and every
+// (x + 2^-32) * 2^31 below 2^160, far inside the double range, so both roundings
+// give the same value times 2^31, in every rounding mode. FCVTZS truncates
+// toward zero, saturates at the 64-bit bounds (infinities included) and
+// gives 0 for NaN: truncate_to_int64() exactly.
+inline void widen_float32_x4(uint8x16_t in, uint8x16_t& lo, uint8x16_t& hi, float64x2_t half_lsb) {
+    const float32x4_t f = vreinterpretq_f32_u8(in);
+    const float64x2_t d01 = vcvt_f64_f32(vget_low_f32(f));  // (double)x, exact
+    const float64x2_t d23 = vcvt_high_f64_f32(f);
+    lo = vreinterpretq_u8_s64(vcvtq_n_s64_f64(vaddq_f64(d01, half_lsb), 31));  // trunc((x + 2^-32) * 2^31)
+    hi = vreinterpretq_u8_s64(vcvtq_n_s64_f64(vaddq_f64(d23, half_lsb), 31));
+}
+
+// Q5.27 -> Q33.31 of four words: sign-extended, shifted left by 4.
+inline void widen_q5p27_x4(uint8x16_t in, uint8x16_t& lo, uint8x16_t& hi) {
+    const int32x4_t w = vreinterpretq_s32_u8(in);
+    lo = vreinterpretq_u8_s64(vshll_n_s32(vget_low_s32(w), 4));  // (int64)w << 4
+    hi = vreinterpretq_u8_s64(vshll_high_n_s32(w, 4));
+}
+
+// Q1.31 -> float32 of four words: (float)w * 2^-31 with one rounding. The
+// fixed-point SCVTF rounds w / 2^31 once, the same value as rounding w and
+// scaling it by 2^-31 exactly (no result is subnormal), in every rounding mode.
+inline uint8x16_t q1p31_to_float32_x4(uint8x16_t in) {
+    return vreinterpretq_u8_f32(vcvtq_n_f32_s32(vreinterpretq_s32_u8(in), 31));
+}
+
+// Q1.31 -> Q5.27 of four words: w >> 4, arithmetic.
+inline uint8x16_t q1p31_to_q5p27_x4(uint8x16_t in) {
+    return vreinterpretq_u8_s32(vshrq_n_s32(vreinterpretq_s32_u8(in), 4));
+}
+
+}  // namespace
+
+void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
+    if (overlaps(src, size_t(count) * 4, dst, size_t(count) * 8)) {
+        scalar::copy_float32_to_q33p31(src, dst, count);
+        return;
+    }
+    const float64x2_t half_lsb = vdupq_n_f64(0x1p-32);  // 0.5 / 2^31
+    const uint32_t whole = count & ~15u;
+    const uint8_t* in = lanes::at(src, 0);
+    uint8_t* out = lanes::at(dst, 0);
+    for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 64, out += 128) {
+        const uint8x16x4_t x = vld1q_u8_x4(in);
+        uint8x16x4_t y0, y1;
+        widen_float32_x4(x.val[0], y0.val[0], y0.val[1], half_lsb);
+        widen_float32_x4(x.val[1], y0.val[2], y0.val[3], half_lsb);
+        widen_float32_x4(x.val[2], y1.val[0], y1.val[1], half_lsb);
+        widen_float32_x4(x.val[3], y1.val[2], y1.val[3], half_lsb);
+        vst1q_u8_x4(out, y0);
+        vst1q_u8_x4(out + 64, y1);
+    }
+    scalar::copy_float32_to_q33p31(src + whole, dst + whole, count - whole);
+}
+
+void copy_q1p31_to_float32(const int32_t* src, float* dst, uint32_t count) {
+    // Same width: in place, each step reads its samples before it writes them.
+    if (!lanes::writes_behind_reads(src, size_t(count) * 4, dst, size_t(count) * 4)) {
+        scalar::copy_q1p31_to_float32(src, dst, count);
+        return;
+    }
+    const uint32_t whole = count & ~15u;
+    const uint8_t* in = lanes::at(src, 0);
+    uint8_t* out = lanes::at(dst, 0);
+    for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 64, out += 64) {
+        uint8x16x4_t v = vld1q_u8_x4(in);
+        v.val[0] = q1p31_to_float32_x4(v.val[0]);
+        v.val[1] = q1p31_to_float32_x4(v.val[1]);
+        v.val[2] = q1p31_to_float32_x4(v.val[2]);
+        v.val[3] = q1p31_to_float32_x4(v.val[3]);
+        vst1q_u8_x4(out, v);
+    }
+    scalar::copy_q1p31_to_float32(src + whole, dst + whole, count - whole);
+}
+
+void copy_q5p27_to_q33p31(const int32_t* src, int64_t* dst, uint32_t count) {
+    if (overlaps(src, size_t(count) * 4, dst, size_t(count) * 8)) {
+        scalar::copy_q5p27_to_q33p31(src, dst, count);
+        return;
+    }
+    const uint32_t whole = count & ~15u;
+    const uint8_t* in = lanes::at(src, 0);
+    uint8_t* out = lanes::at(dst, 0);
+    for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 64, out += 128) {
+        const uint8x16x4_t x = vld1q_u8_x4(in);
+        uint8x16x4_t y0, y1;
+        widen_q5p27_x4(x.val[0], y0.val[0], y0.val[1]);
+        widen_q5p27_x4(x.val[1], y0.val[2], y0.val[3]);
+        widen_q5p27_x4(x.val[2], y1.val[0], y1.val[1]);
+        widen_q5p27_x4(x.val[3], y1.val[2], y1.val[3]);
+        vst1q_u8_x4(out, y0);
+        vst1q_u8_x4(out + 64, y1);
+    }
+    scalar::copy_q5p27_to_q33p31(src + whole, dst + whole, count - whole);
+}
+
+void copy_q1p31_to_q5p27(const int32_t* src, int32_t* dst, uint32_t count) {
+    if (!lanes::writes_behind_reads(src, size_t(count) * 4, dst, size_t(count) * 4)) {
+        scalar::copy_q1p31_to_q5p27(src, dst, count);
+        return;
+    }
+    const uint32_t whole = count & ~15u;
+    const uint8_t* in = lanes::at(src, 0);
+    uint8_t* out = lanes::at(dst, 0);
+    for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 64, out += 64) {
+        uint8x16x4_t v = vld1q_u8_x4(in);
+        v.val[0] = q1p31_to_q5p27_x4(v.val[0]);
+        v.val[1] = q1p31_to_q5p27_x4(v.val[1]);
+        v.val[2] = q1p31_to_q5p27_x4(v.val[2]);
+        v.val[3] = q1p31_to_q5p27_x4(v.val[3]);
+        vst1q_u8_x4(out, v);
+    }
+    scalar::copy_q1p31_to_q5p27(src + whole, dst + whole, count - whole);
+}
+
+}  // namespace tvl::neon
+
+#endif

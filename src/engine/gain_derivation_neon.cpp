@@ -1,0 +1,136 @@
+// Gain derivation, NEON: sixteen samples per step for derive_gain, sixteen
+// words per step for the block minimum.
+#if defined(__ARM_NEON) && defined(__aarch64__)
+
+#include "common/kernels.h"
+#include "common/memory.h"
+#include "common/sample_rules.h"
+
+namespace tvl::neon {
+
+namespace {
+
+// Gains of four samples above the threshold (reduced_gain() of each), given as
+// two registers of two Q33.31 samples; c (at least 0) is the ceiling in every
+// lane.
+//
+// d = m >> 15 in 64 bits, converted to double exactly (d < 2^49). From
+// m = 2^46 on, d is at least 2^31 and the quotient below is 0, as
+// reduced_gain() gives. A d of 0 is raised to 1, so that nothing divides by
+// zero; only a sample of magnitude below 2^15 has d = 0, and above the
+// threshold such a sample occurs only for a ceiling of 0 or below (for
+// c >= 1 the threshold is at least 65534): with c = 0 its gain c * q >> 15 is 0
+// whatever q is, and the caller keeps negative ceilings away.
+//
+// The division runs in double precision and is exact after truncation: for
+// 1 <= d < 2^31 and N = 2144993280, let N / d = n + r / d with 0 <= r < d.
+// When r > 0 the quotient lies at least 1 / d from both n and n + 1, while the
+// rounding error of the division is at most 2^-52 * N / d < 2^-21 / d, in any
+// rounding mode; so the rounded quotient lies strictly between n and n + 1
+// (or is n exactly when r = 0), and truncation gives n, the truncated 32-bit
+// quotient. q < 2^31: the conversion never saturates, and the low 32-bit
+// words are q itself.
+inline uint32x4_t reduced_gains(int64x2_t x01, int64x2_t x23, int32x4_t c) {
+    const float64x2_t one = vdupq_n_f64(1.0);
+    const float64x2_t target = vdupq_n_f64(double(kTargetLevel));
+    const uint64x2_t d01 = vshrq_n_u64(vreinterpretq_u64_s64(vabsq_s64(x01)), 15);  // |x| >> 15; -2^63 -> 2^48
+    const uint64x2_t d23 = vshrq_n_u64(vreinterpretq_u64_s64(vabsq_s64(x23)), 15);
+    const float64x2_t q01 = vdivq_f64(target, vmaxq_f64(vcvtq_f64_u64(d01), one));  // N / max(d, 1)
+    const float64x2_t q23 = vdivq_f64(target, vmaxq_f64(vcvtq_f64_u64(d23), one));
+    const int32x4_t q = vreinterpretq_s32_u32(vuzp1q_u32(vreinterpretq_u32_s64(vcvtq_s64_f64(q01)),  // truncated
+                                                         vreinterpretq_u32_s64(vcvtq_s64_f64(q23))));
+    const int64x2_t p01 = vmull_s32(vget_low_s32(q), vget_low_s32(c));                     // c * q, exact
+    const int64x2_t p23 = vmull_high_s32(q, c);
+    const int32x4_t g = vshrn_high_n_s64(vshrn_n_s64(p01, 15), p23, 15);                   // (c * q) >> 15
+    return vbicq_u32(vreinterpretq_u32_s32(g), vdupq_n_u32(1));                             // bit 0 cleared
+}
+
+// |x| of four samples, as unsigned 32-bit lanes, after saturating each sample
+// to 32 bits. Comparing it with the threshold gives the same answer as
+// comparing the 64-bit magnitude: a sample outside the 32-bit range becomes
+// -2^31 or 2^31 - 1, whose magnitudes (2^31 and 2^31 - 1) still exceed every
+// threshold (at most 2^31 - 2), and |-2^31| read unsigned is 2^31.
+inline uint32x4_t clamped_magnitude(uint8x16_t s01, uint8x16_t s23) {
+    const int32x4_t s = vqmovn_high_s64(vqmovn_s64(vreinterpretq_s64_u8(s01)), vreinterpretq_s64_u8(s23));  // clamp
+    return vreinterpretq_u32_s32(vabsq_s32(s));                                                            // |x|
+}
+
+// Gains of four samples: 32767 where the magnitude lies below first_over
+// (the threshold plus 1), else reduced_gain().
+inline uint8x16_t gains_of(uint8x16_t s01, uint8x16_t s23, uint32x4_t first_over, int32x4_t c) {
+    const uint32x4_t over = vcgeq_u32(clamped_magnitude(s01, s23), first_over);  // m > threshold
+    const uint32x4_t g = reduced_gains(vreinterpretq_s64_u8(s01), vreinterpretq_s64_u8(s23), c);
+    return vreinterpretq_u8_u32(vbslq_u32(over, g, vdupq_n_u32(kUnityGain)));
+}
+
+// Gains of the sixteen samples at in, of which at least one lies above the
+// threshold, stored at out.
+inline void gains_of_sixteen(const uint8_t* in, uint8_t* out, uint32_t first_over, int32_t c) {
+    const uint32x4_t first_over_u32x4 = vdupq_n_u32(first_over);
+    const int32x4_t c_s32x4 = vdupq_n_s32(c);
+    const uint8x16x4_t x0 = vld1q_u8_x4(in), x1 = vld1q_u8_x4(in + 64);
+    uint8x16x4_t g;
+    g.val[0] = gains_of(x0.val[0], x0.val[1], first_over_u32x4, c_s32x4);
+    g.val[1] = gains_of(x0.val[2], x0.val[3], first_over_u32x4, c_s32x4);
+    g.val[2] = gains_of(x1.val[0], x1.val[1], first_over_u32x4, c_s32x4);
+    g.val[3] = gains_of(x1.val[2], x1.val[3], first_over_u32x4, c_s32x4);
+    vst1q_u8_x4(out, g);
+}
+
+}  // namespace
+
+void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t ceiling, int32_t stride) {
+    const int32_t c = ceiling_q15(ceiling);
+    if (stride != 1 || c < 0 || overlaps(src, size_t(count) * 8, gains, size_t(count) * 4)) {
+        scalar::derive_gain(src, gains, count, ceiling, stride);
+        return;
+    }
+    const int64_t threshold = gain_threshold(c);
+    const uint32_t first_over = uint32_t(threshold) + 1;  // c >= 0: 0 <= threshold <= 2^31 - 2
+    const uint8x16_t unity_u8x16 = vreinterpretq_u8_u32(vdupq_n_u32(kUnityGain));
+    const uint32_t whole = count & ~15u;
+    const uint8_t* in = lanes::at(src, 0);
+    uint8_t* out = lanes::at(gains, 0);
+    for (const uint8_t* const end = in + size_t(whole) * 8; in != end; in += 128, out += 64) {
+        const uint8x16x4_t x0 = vld1q_u8_x4(in), x1 = vld1q_u8_x4(in + 64);
+        const uint32x4_t m0 = vmaxq_u32(clamped_magnitude(x0.val[0], x0.val[1]), clamped_magnitude(x0.val[2], x0.val[3]));
+        const uint32x4_t m1 = vmaxq_u32(clamped_magnitude(x1.val[0], x1.val[1]), clamped_magnitude(x1.val[2], x1.val[3]));
+        if (vmaxvq_u32(vmaxq_u32(m0, m1)) < first_over) {
+            // The usual case: one comparison for all sixteen.
+            vst1q_u8(out, unity_u8x16);
+            vst1q_u8(out + 16, unity_u8x16);
+            vst1q_u8(out + 32, unity_u8x16);
+            vst1q_u8(out + 48, unity_u8x16);
+        } else {
+            gains_of_sixteen(in, out, first_over, c);
+        }
+    }
+    scalar::derive_gain(src + whole, gains + whole, count - whole, ceiling, 1);
+}
+
+int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride) {
+    // The minimum does not depend on the order of the words, so a stereo block
+    // (two consecutive words a frame) and a mono one with stride 1 are both a
+    // plain run of words.
+    if (count < 1 || (!is_stereo && stride != 1)) return scalar::calculate_block_min_gain(is_stereo, gains, count, stride);
+    const size_t words = is_stereo ? size_t(count) * 2 : size_t(count);
+    const size_t whole = words & ~size_t(15);
+    int32x4_t min_s32x4 = vdupq_n_s32(kUnityGain);
+    const uint8_t* in = lanes::at(gains, 0);
+    for (const uint8_t* const end = in + whole * 4; in != end; in += 64) {
+        const uint8x16x4_t w = vld1q_u8_x4(in);
+        const int32x4_t a = vminq_s32(vreinterpretq_s32_u8(w.val[0]), vreinterpretq_s32_u8(w.val[1]));
+        const int32x4_t b = vminq_s32(vreinterpretq_s32_u8(w.val[2]), vreinterpretq_s32_u8(w.val[3]));
+        min_s32x4 = vminq_s32(min_s32x4, vminq_s32(a, b));  // r = min(r, w)
+    }
+    // whole is even, so the words left over are whole frames in stereo.
+    const int32_t rest_words = int32_t(words - whole);
+    const int32_t rest = scalar::calculate_block_min_gain(is_stereo, gains + whole,
+                                                          is_stereo ? rest_words / 2 : rest_words, 1);
+    const int32_t vector_min = vminvq_s32(min_s32x4);
+    return rest < vector_min ? rest : vector_min;
+}
+
+}  // namespace tvl::neon
+
+#endif

@@ -29,6 +29,8 @@ set(TAVIKLIMITER_SOURCES
     # arm64 NEON kernels (empty on other targets)
     src/engine/gain_derivation_neon.cpp
     src/convert/block_copies_neon.cpp
+    src/gain/unity_gain_neon.cpp
+    src/convert/narrow_neon.cpp
 )
 
 # The public header and the linker version script.

@@ -29,11 +29,20 @@ using namespace tvl::scalar;
 void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t ceiling, int32_t stride);
 int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride);
 
+// src/gain/unity_gain_neon.cpp
+void no_limiter(const int64_t* src, int32_t* dst, uint32_t count, int32_t stride);
+void apply_fix_gain(int32_t gain, const int64_t* src, int32_t* dst, int32_t count, int32_t stride);
+void apply_makeup_gain(int32_t* samples, uint32_t count, int32_t gain);
+
 // src/convert/block_copies_neon.cpp
 void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count);
 void copy_q1p31_to_float32(const int32_t* src, float* dst, uint32_t count);
 void copy_q5p27_to_q33p31(const int32_t* src, int64_t* dst, uint32_t count);
 void copy_q1p31_to_q5p27(const int32_t* src, int32_t* dst, uint32_t count);
+
+// src/convert/narrow_neon.cpp
+void move_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count);
+void clip_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count);
 
 #if defined(__ARM_NEON) && defined(__aarch64__)
 namespace lanes {

@@ -1,0 +1,65 @@
+// Narrowing Q33.31 to Q1.31, NEON: sixteen samples per step. Each step reads
+// its 128 bytes before it writes 64, at or below them: in place and dst below
+// src run the vector loop too (lanes::writes_behind_reads).
+#if defined(__ARM_NEON) && defined(__aarch64__)
+
+#include "common/kernels.h"
+#include "common/memory.h"
+#include "common/sample_rules.h"
+
+namespace tvl::neon {
+
+namespace {
+
+// The low 32-bit words of four Q33.31 samples, in order: narrow_q33p31_to_q1p31().
+inline uint8x16_t low_words(uint8x16_t s01, uint8x16_t s23) {
+    return vreinterpretq_u8_u32(vuzp1q_u32(vreinterpretq_u32_u8(s01), vreinterpretq_u32_u8(s23)));
+}
+
+// Four Q33.31 samples clamped to [-2^31, 2^31 - 1] by SQXTN: clip_q33p31_to_q1p31().
+inline uint8x16_t clamped_words(uint8x16_t s01, uint8x16_t s23) {
+    return vreinterpretq_u8_s32(vqmovn_high_s64(vqmovn_s64(vreinterpretq_s64_u8(s01)), vreinterpretq_s64_u8(s23)));
+}
+
+// Sixteen samples per step through narrow(s01, s23). Each step reads its 128
+// bytes before it writes 64, at or below them; the scalar kernel finishes.
+template <uint8x16_t (*Narrow)(uint8x16_t, uint8x16_t)>
+uint32_t narrow_sixteens(const int64_t* src, int32_t* dst, uint32_t count) {
+    const uint32_t whole = count & ~15u;
+    const uint8_t* in = lanes::at(src, 0);
+    uint8_t* out = lanes::at(dst, 0);
+    for (const uint8_t* const end = in + size_t(whole) * 8; in != end; in += 128, out += 64) {
+        const uint8x16x4_t x0 = vld1q_u8_x4(in), x1 = vld1q_u8_x4(in + 64);
+        uint8x16x4_t y;
+        y.val[0] = Narrow(x0.val[0], x0.val[1]);
+        y.val[1] = Narrow(x0.val[2], x0.val[3]);
+        y.val[2] = Narrow(x1.val[0], x1.val[1]);
+        y.val[3] = Narrow(x1.val[2], x1.val[3]);
+        vst1q_u8_x4(out, y);
+    }
+    return whole;
+}
+
+}  // namespace
+
+void move_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count) {
+    if (!lanes::writes_behind_reads(src, size_t(count) * 8, dst, size_t(count) * 4)) {
+        scalar::move_from_q33p31_to_q1p31(src, dst, count);
+        return;
+    }
+    const uint32_t done = narrow_sixteens<low_words>(src, dst, count);
+    scalar::move_from_q33p31_to_q1p31(src + done, dst + done, count - done);
+}
+
+void clip_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count) {
+    if (!lanes::writes_behind_reads(src, size_t(count) * 8, dst, size_t(count) * 4)) {
+        scalar::clip_from_q33p31_to_q1p31(src, dst, count);
+        return;
+    }
+    const uint32_t done = narrow_sixteens<clamped_words>(src, dst, count);
+    scalar::clip_from_q33p31_to_q1p31(src + done, dst + done, count - done);
+}
+
+}  // namespace tvl::neon
+
+#endif

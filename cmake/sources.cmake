@@ -31,6 +31,8 @@ set(TAVIKLIMITER_SOURCES
     src/convert/block_copies_neon.cpp
     src/gain/unity_gain_neon.cpp
     src/convert/narrow_neon.cpp
+    src/gain/release_step_neon.cpp
+    src/gain/attack_ramp_neon.cpp
 )
 
 # The public header and the linker version script.

@@ -34,6 +34,14 @@ void no_limiter(const int64_t* src, int32_t* dst, uint32_t count, int32_t stride
 void apply_fix_gain(int32_t gain, const int64_t* src, int32_t* dst, int32_t count, int32_t stride);
 void apply_makeup_gain(int32_t* samples, uint32_t count, int32_t gain);
 
+// src/gain/release_step_neon.cpp
+int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain, int32_t step,
+                                           const int64_t* src, int32_t* dst, uint32_t count, int32_t stride);
+
+// src/gain/attack_ramp_neon.cpp
+int32_t apply_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int64_t* src,
+                        int32_t* dst, const int32_t* ramp_table, uint32_t count, int32_t stride);
+
 // src/convert/block_copies_neon.cpp
 void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count);
 void copy_q1p31_to_float32(const int32_t* src, float* dst, uint32_t count);

@@ -1,0 +1,35 @@
+// Attack ramp, NEON: the ramp gains of four frames at once in 32-bit lanes,
+// eight samples per pass (four stereo frames or eight mono samples).
+#if defined(__ARM_NEON) && defined(__aarch64__)
+
+#include "common/kernels.h"
+#include "common/memory.h"
+#include "common/sample_rules.h"
+
+namespace tvl::neon {
+
+int32_t apply_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int64_t* src, int32_t* dst,
+                        const int32_t* ramp_table, uint32_t count, int32_t stride) {
+    const size_t samples = is_stereo ? size_t(count) * 2 : size_t(count);
+    if ((!is_stereo && stride == 2) || overlaps(src, samples * 8, dst, samples * 4) ||
+        overlaps(ramp_table, size_t(count) * 4, dst, samples * 4)) {
+        return scalar::apply_targ_gain(is_stereo, start_gain, end_gain, src, dst, ramp_table, count, stride);
+    }
+    const int32x4_t start_s32x4 = vdupq_n_s32(start_gain);
+    const uint32x4_t diff_u32x4 = vdupq_n_u32(uint32_t(end_gain) - uint32_t(start_gain));  // end - start, 32 bits
+    size_t entry = 0;
+    auto next_gains = [&] {
+        const int32x4_t g = lanes::ramp_gains(ramp_table, entry, start_s32x4, diff_u32x4);
+        entry += 4;
+        return g;
+    };
+    auto pass = [&](size_t first, int32x4_t ga, int32x4_t gb) { lanes::scale_eight(src, dst, first, ga, gb); };
+    const uint32_t done = lanes::walk_frames(is_stereo, count, next_gains, pass);
+    const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
+    return scalar::apply_targ_gain(is_stereo, start_gain, end_gain, src + skip, dst + skip, ramp_table + done,
+                                   count - done, stride);
+}
+
+}  // namespace tvl::neon
+
+#endif

@@ -33,6 +33,9 @@ set(TAVIKLIMITER_SOURCES
     src/convert/narrow_neon.cpp
     src/gain/release_step_neon.cpp
     src/gain/attack_ramp_neon.cpp
+    src/gain/fade_ramps_neon.cpp
+    src/gain/hard_clipping_neon.cpp
+    src/convert/reencode_neon.cpp
 )
 
 # The public header and the linker version script.

@@ -79,6 +79,22 @@ void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
     }
     const __m128i sentinel = _mm_set1_epi32(INT32_MIN);
     uint32_t i = 0;
+#if TVL_X86_AVX512
+    // vcvttpd2qq truncates the scalar rule's double to int64 directly; NaN
+    // and values beyond the range give INT64_MIN, and a group with one goes
+    // to the scalar rule (which gives INT64_MIN too for the lowest values).
+    for (; i + 8 <= count; i += 8) {
+        const __m512d t = _mm512_add_pd(
+            _mm512_mul_pd(_mm512_maskz_cvtps_pd(0xFF, _mm256_loadu_ps(reinterpret_cast<const float*>(at(src, i, 4)))),
+                          _mm512_set1_pd(kTwo31)),
+            _mm512_set1_pd(0.5));
+        const __m512i r = _mm512_maskz_cvttpd_epi64(0xFF, t);
+        _mm512_storeu_si512(at(dst, i, 8), r);
+        if (_mm512_cmpeq_epi64_mask(r, _mm512_set1_epi64(INT64_MIN)) != 0) {
+            for (int j = 0; j < 8; ++j) store<int64_t>(at(dst, i, 8), j, float32_to_q33p31(load<float>(at(src, i, 4), j)));
+        }
+    }
+#endif
 #if defined(__AVX2__)
     const __m256i min32 = _mm256_set1_epi32(INT32_MIN);
     for (; i + 8 <= count; i += 8) {
@@ -151,6 +167,12 @@ void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
 void copy_q1p31_to_float32(const int32_t* src, float* dst, uint32_t count) {
     uint32_t i = 0;
     if (ascending_groups_safe(src, size_t(count) * 4, dst, size_t(count) * 4)) {
+#if TVL_X86_AVX512
+        for (; i + 16 <= count; i += 16) {
+            const __m512 f = _mm512_mul_ps(_mm512_maskz_cvtepi32_ps(0xFFFF, _mm512_loadu_si512(at(src, i, 4))), _mm512_set1_ps(0x1p-31f));
+            _mm512_storeu_ps(at(dst, i, 4), f);
+        }
+#endif
 #if defined(__AVX2__)
         const __m256 scale8 = _mm256_set1_ps(0x1p-31f);
         for (; i + 8 <= count; i += 8) {
@@ -167,6 +189,12 @@ void copy_q1p31_to_float32(const int32_t* src, float* dst, uint32_t count) {
 void copy_q5p27_to_q33p31(const int32_t* src, int64_t* dst, uint32_t count) {
     uint32_t i = 0;
     if (!overlaps(src, size_t(count) * 4, dst, size_t(count) * 8)) {
+#if TVL_X86_AVX512
+        for (; i + 8 <= count; i += 8) {
+            const __m512i w = _mm512_maskz_cvtepi32_epi64(0xFF, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at(src, i, 4))));
+            _mm512_storeu_si512(at(dst, i, 8), _mm512_slli_epi64(w, 4));
+        }
+#endif
 #if defined(__AVX2__)
         for (; i + 8 <= count; i += 8) {
             const __m256i a = _mm256_cvtepi32_epi64(load128(at(src, i, 4)));

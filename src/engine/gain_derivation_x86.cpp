@@ -188,6 +188,24 @@ void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t cei
     }
     const Derivation k = derivation(ceiling);
     uint32_t i = 0;
+#if TVL_X86_AVX512
+    // Sixteen samples tested against the threshold in mask registers; a
+    // group with one above it goes through the AVX2 derivation.
+    if (k.unity_possible) {
+        const __m512i t = _mm512_set1_epi64(k.threshold), neg_t = _mm512_set1_epi64(-k.threshold);
+        for (; i + 16 <= count; i += 16) {
+            const __m512i a = _mm512_loadu_si512(at(src, i, 8)), b = _mm512_loadu_si512(at(src, i + 8, 8));
+            const __mmask8 outside = _mm512_cmpgt_epi64_mask(a, t) | _mm512_cmpgt_epi64_mask(neg_t, a) |
+                                     _mm512_cmpgt_epi64_mask(b, t) | _mm512_cmpgt_epi64_mask(neg_t, b);
+            if (outside == 0) {
+                _mm512_storeu_si512(at(gains, i, 4), _mm512_set1_epi32(kUnityGain));
+            } else {
+                derive8(at(src, i, 8), at(gains, i, 4), k);
+                derive8(at(src, i + 8, 8), at(gains, i + 8, 4), k);
+            }
+        }
+    }
+#endif
 #if defined(__AVX2__)
     for (; i + 8 <= count; i += 8) derive8(at(src, i, 8), at(gains, i, 4), k);
 #endif
@@ -202,14 +220,19 @@ int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_
     uint32_t i = 0;
     int32_t r = kUnityGain;
 #if defined(__AVX2__)
-    if (words >= 8) {
-        __m256i m = _mm256_set1_epi32(kUnityGain);
-        for (; i + 8 <= words; i += 8) m = _mm256_min_epi32(m, load256(at(gains, i, 4)));
-        __m128i h = _mm_min_epi32(_mm256_castsi256_si128(m), _mm256_extracti128_si256(m, 1));
-        h = _mm_min_epi32(h, _mm_shuffle_epi32(h, _MM_SHUFFLE(1, 0, 3, 2)));
-        h = _mm_min_epi32(h, _mm_shuffle_epi32(h, _MM_SHUFFLE(2, 3, 0, 1)));
-        r = _mm_cvtsi128_si32(h);
+    __m256i m8 = _mm256_set1_epi32(kUnityGain);
+#if TVL_X86_AVX512
+    if (words >= 16) {
+        __m512i m = _mm512_set1_epi32(kUnityGain);
+        for (; i + 16 <= words; i += 16) m = _mm512_maskz_min_epi32(0xFFFF, m, _mm512_loadu_si512(at(gains, i, 4)));
+        m8 = _mm256_min_epi32(_mm512_castsi512_si256(m), _mm512_maskz_extracti64x4_epi64(0xF, m, 1));
     }
+#endif
+    for (; i + 8 <= words; i += 8) m8 = _mm256_min_epi32(m8, load256(at(gains, i, 4)));
+    __m128i h = _mm_min_epi32(_mm256_castsi256_si128(m8), _mm256_extracti128_si256(m8, 1));
+    h = _mm_min_epi32(h, _mm_shuffle_epi32(h, _MM_SHUFFLE(1, 0, 3, 2)));
+    h = _mm_min_epi32(h, _mm_shuffle_epi32(h, _MM_SHUFFLE(2, 3, 0, 1)));
+    r = _mm_cvtsi128_si32(h);
 #endif
     if (words - i >= 4) {
         __m128i m = _mm_set1_epi32(r);

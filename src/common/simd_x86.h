@@ -140,6 +140,14 @@ inline __m256i scale_q15_lanes_by(__m256i x, __m256i g, bool gain_is_negative) {
 
 #endif  // __AVX2__
 
+#if TVL_X86_AVX512
+// The Q15 rule for eight samples and eight 64-bit gains: vpmullq forms the
+// low 64 bits of each product, exactly the reference's wrapped product.
+inline __m256i scale_q15_lanes(__m512i x, __m512i g) {
+    return _mm512_maskz_cvtepi64_epi32(0xFF, _mm512_srli_epi64(_mm512_mullo_epi64(x, g), 15));
+}
+#endif
+
 // ---- Narrowing runs (Q33.31 to Q1.31, consecutive samples) -------------------
 
 // Keeps the low half of every sample of src[0..count) in dst; returns how

@@ -43,6 +43,26 @@ int32_t apply_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain,
     const __m128i start = _mm_set1_epi32(start_gain);
     const __m128i diff = _mm_set1_epi32(int32_t(uint32_t(end_gain) - uint32_t(start_gain)));
     uint32_t f = 0;
+#if TVL_X86_AVX512
+    if (is_stereo) {
+        for (; f + 4 <= count; f += 4) {  // four frames, eight samples
+            const __m128i g4 = ramp_gains4(at(ramp_table, f, 4), start, diff);
+            const __m256i pairs = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_unpacklo_epi32(g4, g4)),
+                                                          _mm_unpackhi_epi32(g4, g4), 1);
+            const __m512i g = _mm512_maskz_cvtepi32_epi64(0xFF, pairs);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(at(dst, 2 * f, 4)),
+                                scale_q15_lanes(_mm512_loadu_si512(at(src, 2 * f, 8)), g));
+        }
+    } else {
+        for (; f + 8 <= count; f += 8) {  // eight frames, eight samples
+            const __m256i g8 = _mm256_inserti128_si256(
+                _mm256_castsi128_si256(ramp_gains4(at(ramp_table, f, 4), start, diff)),
+                ramp_gains4(at(ramp_table, f + 4, 4), start, diff), 1);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(at(dst, f, 4)),
+                                scale_q15_lanes(_mm512_loadu_si512(at(src, f, 8)), _mm512_maskz_cvtepi32_epi64(0xFF, g8)));
+        }
+    }
+#endif
     for (; f + 4 <= count; f += 4) {
         __m128i g01, g23;  // 64-bit gains of frames f, f + 1 and f + 2, f + 3
         const __m128i g4 = ramp_gains4(at(ramp_table, f, 4), start, diff);

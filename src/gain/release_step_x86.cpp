@@ -24,11 +24,34 @@ int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain
     const int64_t last = count == 0 ? first : release_gain(start_gain, step, count - 1);
     const bool narrow_gains = first >= 0 && last >= 0 && first < (INT64_C(1) << 32) && last < (INT64_C(1) << 32);
     size_t i = 0;
+#if TVL_X86_AVX512
+    {
+        __m512i g = is_stereo ? _mm512_set_epi64(release_gain(start_gain, step, 3), release_gain(start_gain, step, 3),
+                                                 release_gain(start_gain, step, 2), release_gain(start_gain, step, 2),
+                                                 release_gain(start_gain, step, 1), release_gain(start_gain, step, 1),
+                                                 release_gain(start_gain, step, 0), release_gain(start_gain, step, 0))
+                              : _mm512_set_epi64(release_gain(start_gain, step, 7), release_gain(start_gain, step, 6),
+                                                 release_gain(start_gain, step, 5), release_gain(start_gain, step, 4),
+                                                 release_gain(start_gain, step, 3), release_gain(start_gain, step, 2),
+                                                 release_gain(start_gain, step, 1), release_gain(start_gain, step, 0));
+        const __m512i g_step = _mm512_set1_epi64(int64_t(uint64_t(s) * (is_stereo ? 4 : 8)));
+        for (; i + 8 <= samples; i += 8) {
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(at(dst, i, 4)),
+                                scale_q15_lanes(_mm512_loadu_si512(at(src, i, 8)), g));
+            g = _mm512_add_epi64(g, g_step);
+        }
+    }
+    // The loops below start again from the first frame not yet done.
+    const uint32_t frames_done = uint32_t(is_stereo ? i / 2 : i);
+#else
+    const uint32_t frames_done = 0;
+#endif
 #if defined(__AVX2__)
-    __m256i g = is_stereo ? _mm256_set_epi64x(release_gain(start_gain, step, 1), release_gain(start_gain, step, 1),
-                                              release_gain(start_gain, step, 0), release_gain(start_gain, step, 0))
-                          : _mm256_set_epi64x(release_gain(start_gain, step, 3), release_gain(start_gain, step, 2),
-                                              release_gain(start_gain, step, 1), release_gain(start_gain, step, 0));
+    const uint32_t k = frames_done;
+    __m256i g = is_stereo ? _mm256_set_epi64x(release_gain(start_gain, step, k + 1), release_gain(start_gain, step, k + 1),
+                                              release_gain(start_gain, step, k), release_gain(start_gain, step, k))
+                          : _mm256_set_epi64x(release_gain(start_gain, step, k + 3), release_gain(start_gain, step, k + 2),
+                                              release_gain(start_gain, step, k + 1), release_gain(start_gain, step, k));
     const __m256i g_step = _mm256_set1_epi64x(int64_t(uint64_t(s) * (is_stereo ? 2 : 4)));
     for (; i + 4 <= samples; i += 4) {
         const __m256i x = load256(at(src, i, 8));
@@ -38,8 +61,9 @@ int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain
         store128(at(dst, i, 4), low_halves(lo, hi));
     }
 #else
-    __m128i g = is_stereo ? _mm_set1_epi64x(release_gain(start_gain, step, 0))
-                          : _mm_set_epi64x(release_gain(start_gain, step, 1), release_gain(start_gain, step, 0));
+    const uint32_t k = frames_done;
+    __m128i g = is_stereo ? _mm_set1_epi64x(release_gain(start_gain, step, k))
+                          : _mm_set_epi64x(release_gain(start_gain, step, k + 1), release_gain(start_gain, step, k));
     const __m128i g_step = _mm_set1_epi64x(int64_t(uint64_t(s) * (is_stereo ? 1 : 2)));
     for (; i + 4 <= samples; i += 4) {
         const __m128i xa = load128(at(src, i, 8));

@@ -28,6 +28,12 @@ void apply_fix_gain(int32_t gain, const int64_t* src, int32_t* dst, int32_t coun
     const uint32_t n = uint32_t(count);
     const bool negative = gain < 0;
     uint32_t i = 0;
+#if TVL_X86_AVX512
+    const __m512i g64 = _mm512_set1_epi64(gain);
+    for (; i + 8 <= n; i += 8) {
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(at(dst, i, 4)), scale_q15_lanes(_mm512_loadu_si512(at(src, i, 8)), g64));
+    }
+#endif
 #if defined(__AVX2__)
     const __m256i g8 = _mm256_set1_epi64x(gain);
     for (; i + 8 <= n; i += 8) {

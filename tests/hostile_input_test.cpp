@@ -361,4 +361,25 @@ TEST(DeriveGain, MagnitudesOfTwoToTheFortySixAndMoreGetZero) {
     }
 }
 
+// The answer chosen for floats without a Q5.27 code: saturation, whatever the
+// count (the four-lane pass and the one-at-a-time remainder agree), NaN 0.
+TEST(ConvertFloat32ToQ5p27, SaturatesOutsideTheRangeForEveryCount) {
+    const struct { float x; int32_t q5; } kCases[] = {
+        {16.0f, INT32_MAX}, {17.0f, INT32_MAX}, {kInf, INT32_MAX}, {-kInf, INT32_MIN}, {-16.5f, INT32_MIN},
+        {std::numeric_limits<float>::max(), INT32_MAX}, {-std::numeric_limits<float>::max(), INT32_MIN},
+        {kNaN, 0}, {-16.0f, -2147483647}, {0x1.fffffep3f, 2147483520}, {0x1p63f, INT32_MAX}};
+    for (uint32_t count = 1; count <= 2 * std::size(kCases) + 6; ++count) {
+        for (size_t shift = 0; shift < std::size(kCases); ++shift) {
+            FencedBuffer buf(count * 4, 1);
+            for (uint32_t i = 0; i < count; ++i) st<float>(buf.data(), i, kCases[(i + shift) % std::size(kCases)].x);
+            convert_from_float32_to_q5p27(buf.data(), count);
+            for (uint32_t i = 0; i < count; ++i) {
+                ASSERT_EQ(ld<int32_t>(buf.data(), i), kCases[(i + shift) % std::size(kCases)].q5)
+                    << "count " << count << " sample " << i << " float " << kCases[(i + shift) % std::size(kCases)].x;
+            }
+            ASSERT_TRUE(buf.check());
+        }
+    }
+}
+
 }  // namespace

@@ -303,9 +303,16 @@ const std::vector<Kernel>& kernels() {
     return table;
 }
 
-// A sample above the gain threshold: 1.0 to 32.0 of full scale, either sign.
+// A sample above the gain threshold, either sign: mostly 1.0 to 32.0 of full
+// scale; now and then a magnitude whose divisor d = m >> 15 lies just under
+// 2144993280 / q for a small q (a remainder below q, d above 2^24, so that
+// float(d) rounds and a single-precision quotient can fall on either side).
 int64_t hot_q33p31(SampleGen& gen) {
-    const int64_t m = gen.between(INT64_C(2147418111), INT64_C(1) << 36);
+    int64_t m = gen.between(INT64_C(2147418111), INT64_C(1) << 36);
+    if (gen.between(0, 3) == 0) {
+        const int64_t d = 2144993280 / gen.between(2, 127);
+        m = (d << 15) + gen.between(0, 32767);
+    }
     return gen.between(0, 1) ? m : -m;
 }
 

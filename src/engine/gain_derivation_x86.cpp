@@ -179,6 +179,60 @@ inline void derive8(const u8* src, u8* gains, const Derivation& k) {
 
 #endif  // __AVX2__
 
+#if TVL_X86_AVX512
+
+// Sixteen samples in natural lane order, the threshold test already made
+// (`outside`: bit i set where sample i exceeds it). The steps of derive8 in
+// 512-bit registers and mask registers.
+inline void derive16(const u8* src, u8* gains, const Derivation& k, __mmask16 outside) {
+    const __m512i x0 = _mm512_loadu_si512(src), x1 = _mm512_loadu_si512(src + 64);
+    const __m512i d0 = _mm512_srli_epi64(_mm512_abs_epi64(x0), 15), d1 = _mm512_srli_epi64(_mm512_abs_epi64(x1), 15);
+    // Divisor 0, or |x| >= 2^46 (d >= 2^31): quotient 0, like unity lanes.
+    const __m512i two31 = _mm512_set1_epi64(INT64_C(1) << 31);
+    const __mmask16 no_quotient =
+        __mmask16(_mm512_cmpeq_epi64_mask(d0, _mm512_setzero_si512()) | _mm512_cmpge_epu64_mask(d0, two31)) |
+        __mmask16((_mm512_cmpeq_epi64_mask(d1, _mm512_setzero_si512()) | _mm512_cmpge_epu64_mask(d1, two31)) << 8);
+    const __mmask16 unity = k.unity_possible ? __mmask16(~outside) : __mmask16(0);
+    const __m512i d = _mm512_inserti64x4(_mm512_castsi256_si512(_mm512_maskz_cvtepi64_epi32(0xFF, d0)),
+                                         _mm512_maskz_cvtepi64_epi32(0xFF, d1), 1);
+    const __m512i divisor = _mm512_mask_blend_epi32(__mmask16(unity | no_quotient), d, _mm512_set1_epi32(INT32_MAX));
+
+    const __m512i cu = _mm512_set1_epi32(k.c);
+    const __m512i a = _mm512_set1_epi32(kTargetLevel);
+    const __mmask16 single =
+        _mm512_cmpge_epi32_mask(divisor, _mm512_set1_epi32(1 << 15)) &
+        (_mm512_cmplt_epi32_mask(divisor, _mm512_set1_epi32(1 << 30)) |
+         _mm512_cmpeq_epi32_mask(divisor, _mm512_set1_epi32(INT32_MAX)));
+    __m512i r;
+    if (single == 0xFFFF) {
+        // As quotients_single: the float quotient is q or q +- 1, the
+        // remainder says which; then c * q fits in 32 bits.
+        __m512i q = _mm512_maskz_cvttps_epi32(
+            0xFFFF, _mm512_div_ps(_mm512_set1_ps(float(kTargetLevel)), _mm512_maskz_cvtepi32_ps(0xFFFF, divisor)));
+        const __m512i rem = _mm512_sub_epi32(a, _mm512_mullo_epi32(q, divisor));
+        q = _mm512_mask_add_epi32(q, _mm512_cmpge_epi32_mask(rem, divisor), q, _mm512_set1_epi32(1));
+        q = _mm512_mask_sub_epi32(q, _mm512_cmplt_epi32_mask(rem, _mm512_setzero_si512()), q, _mm512_set1_epi32(1));
+        r = _mm512_srai_epi32(_mm512_mullo_epi32(q, cu), 15);
+    } else {
+        // Exact double-precision quotients, then (c * q) >> 15 in 64 bits.
+        const __m512d ad = _mm512_set1_pd(double(kTargetLevel));
+        const __m256i q0 = _mm512_maskz_cvttpd_epi32(
+            0xFF, _mm512_div_pd(ad, _mm512_maskz_cvtepi32_pd(0xFF, _mm512_castsi512_si256(divisor))));
+        const __m256i q1 = _mm512_maskz_cvttpd_epi32(
+            0xFF, _mm512_div_pd(ad, _mm512_maskz_cvtepi32_pd(0xFF, _mm512_maskz_extracti64x4_epi64(0xF, divisor, 1))));
+        const __m512i c64 = _mm512_set1_epi64(k.c);
+        const __m256i r0 = _mm512_maskz_cvtepi64_epi32(
+            0xFF, _mm512_srai_epi64(_mm512_mullo_epi64(_mm512_maskz_cvtepi32_epi64(0xFF, q0), c64), 15));
+        const __m256i r1 = _mm512_maskz_cvtepi64_epi32(
+            0xFF, _mm512_srai_epi64(_mm512_mullo_epi64(_mm512_maskz_cvtepi32_epi64(0xFF, q1), c64), 15));
+        r = _mm512_inserti64x4(_mm512_castsi256_si512(r0), r1, 1);
+    }
+    r = _mm512_and_si512(r, _mm512_set1_epi32(~1));
+    _mm512_storeu_si512(gains, _mm512_mask_blend_epi32(unity, r, _mm512_set1_epi32(kUnityGain)));
+}
+
+#endif  // TVL_X86_AVX512
+
 }  // namespace
 
 void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t ceiling, int32_t stride) {
@@ -189,20 +243,18 @@ void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t cei
     const Derivation k = derivation(ceiling);
     uint32_t i = 0;
 #if TVL_X86_AVX512
-    // Sixteen samples tested against the threshold in mask registers; a
-    // group with one above it goes through the AVX2 derivation.
-    if (k.unity_possible) {
-        const __m512i t = _mm512_set1_epi64(k.threshold), neg_t = _mm512_set1_epi64(-k.threshold);
-        for (; i + 16 <= count; i += 16) {
-            const __m512i a = _mm512_loadu_si512(at(src, i, 8)), b = _mm512_loadu_si512(at(src, i + 8, 8));
-            const __mmask8 outside = _mm512_cmpgt_epi64_mask(a, t) | _mm512_cmpgt_epi64_mask(neg_t, a) |
-                                     _mm512_cmpgt_epi64_mask(b, t) | _mm512_cmpgt_epi64_mask(neg_t, b);
-            if (outside == 0) {
-                _mm512_storeu_si512(at(gains, i, 4), _mm512_set1_epi32(kUnityGain));
-            } else {
-                derive8(at(src, i, 8), at(gains, i, 4), k);
-                derive8(at(src, i + 8, 8), at(gains, i + 8, 4), k);
-            }
+    // Sixteen samples tested against the threshold in mask registers (with a
+    // negative threshold every sample is reduced).
+    const __m512i t = _mm512_set1_epi64(k.threshold), neg_t = _mm512_set1_epi64(-k.threshold);
+    for (; i + 16 <= count; i += 16) {
+        const __m512i a = _mm512_loadu_si512(at(src, i, 8)), b = _mm512_loadu_si512(at(src, i + 8, 8));
+        const __mmask16 outside =
+            __mmask16(_mm512_cmpgt_epi64_mask(a, t) | _mm512_cmpgt_epi64_mask(neg_t, a)) |
+            __mmask16((_mm512_cmpgt_epi64_mask(b, t) | _mm512_cmpgt_epi64_mask(neg_t, b)) << 8);
+        if (k.unity_possible && outside == 0) {
+            _mm512_storeu_si512(at(gains, i, 4), _mm512_set1_epi32(kUnityGain));
+        } else {
+            derive16(at(src, i, 8), at(gains, i, 4), k, outside);
         }
     }
 #endif

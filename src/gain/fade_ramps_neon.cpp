@@ -47,12 +47,14 @@ inline void scale_q33p31_x4(uint8x16_t& s01, uint8x16_t& s23, int32x4_t g) {
     const lanes::Split x = lanes::split(s01, s23);
     const uint32x4_t h = vsraq_n_u32(x.hi, vreinterpretq_u32_s32(x.lo), 31);  // high + (l < 0)
     const uint32x4_t hg = vmulq_u32(h, vreinterpretq_u32_s32(g));            // lo32(h * g)
+    // The sum wraps modulo 2^64 by design, so it is formed in unsigned lanes.
     const uint32x4_t zero = vdupq_n_u32(0);
-    const int64x2_t p01 = vaddq_s64(vmull_s32(vget_low_s32(x.lo), vget_low_s32(g)),  // l * g + (hg << 32)
-                                    vreinterpretq_s64_u32(vzip1q_u32(zero, hg)));
-    const int64x2_t p23 = vaddq_s64(vmull_high_s32(x.lo, g), vreinterpretq_s64_u32(vzip2q_u32(zero, hg)));
-    s01 = vreinterpretq_u8_s64(vshrq_n_s64(p01, 15));  // product >> 15, arithmetic
-    s23 = vreinterpretq_u8_s64(vshrq_n_s64(p23, 15));
+    const uint64x2_t lg01 = vreinterpretq_u64_s64(vmull_s32(vget_low_s32(x.lo), vget_low_s32(g)));  // l * g
+    const uint64x2_t lg23 = vreinterpretq_u64_s64(vmull_high_s32(x.lo, g));
+    const uint64x2_t p01 = vaddq_u64(lg01, vreinterpretq_u64_u32(vzip1q_u32(zero, hg)));  // + (hg << 32)
+    const uint64x2_t p23 = vaddq_u64(lg23, vreinterpretq_u64_u32(vzip2q_u32(zero, hg)));
+    s01 = vreinterpretq_u8_s64(vshrq_n_s64(vreinterpretq_s64_u64(p01), 15));  // product >> 15, arithmetic
+    s23 = vreinterpretq_u8_s64(vshrq_n_s64(vreinterpretq_s64_u64(p23), 15));
 }
 
 // float32: (x * (float)g) * 2^-15, two single-precision multiplies.

@@ -3,43 +3,66 @@
 // vector path is selected; vector paths finish their remainders with them,
 // and the equivalence tests compare every vector path against them.
 // Arguments are those of the exported kernel of the same name.
+//
+// Each kernel's prototype is written once here, as TVL_KERNEL_<name>; the
+// vector and check namespaces declare their kernels with
+// TVL_DECLARE_KERNEL(name), so every variant has the same signature.
 #pragma once
 
 #include <stdint.h>
 
+#define TVL_KERNEL_derive_gain void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t ceiling, int32_t stride)
+#define TVL_KERNEL_calculate_block_min_gain int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride)
+#define TVL_KERNEL_no_limiter void no_limiter(const int64_t* src, int32_t* dst, uint32_t count, int32_t stride)
+#define TVL_KERNEL_apply_fix_gain void apply_fix_gain(int32_t gain, const int64_t* src, int32_t* dst, int32_t count, int32_t stride)
+#define TVL_KERNEL_apply_makeup_gain void apply_makeup_gain(int32_t* samples, uint32_t count, int32_t gain)
+#define TVL_KERNEL_apply_step_gain_without_saturation int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain, int32_t step, const int64_t* src, int32_t* dst, uint32_t count, int32_t stride)
+#define TVL_KERNEL_apply_targ_gain int32_t apply_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int64_t* src, int32_t* dst, const int32_t* ramp_table, uint32_t count, int32_t stride)
+#define TVL_KERNEL_apply_ramp_gain_for_q33p31 int32_t apply_ramp_gain_for_q33p31(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int64_t* src, int64_t* dst, const int32_t* ramp_table, uint32_t count, int32_t stride)
+#define TVL_KERNEL_apply_ramp_gain_for_float32 int32_t apply_ramp_gain_for_float32(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const float* src, float* dst, const int32_t* ramp_table, uint32_t count, int32_t stride)
+#define TVL_KERNEL_apply_ramp_gain_for_q5p27 int32_t apply_ramp_gain_for_q5p27(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int32_t* src, int32_t* dst, const int32_t* ramp_table, uint32_t count, int32_t stride)
+#define TVL_KERNEL_clipping_limiter void clipping_limiter(const int64_t* src, int32_t* dst, uint32_t count, int32_t stride)
+#define TVL_KERNEL_copy_float32_to_q33p31 void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count)
+#define TVL_KERNEL_copy_q1p31_to_float32 void copy_q1p31_to_float32(const int32_t* src, float* dst, uint32_t count)
+#define TVL_KERNEL_copy_q5p27_to_q33p31 void copy_q5p27_to_q33p31(const int32_t* src, int64_t* dst, uint32_t count)
+#define TVL_KERNEL_copy_q1p31_to_q5p27 void copy_q1p31_to_q5p27(const int32_t* src, int32_t* dst, uint32_t count)
+#define TVL_KERNEL_convert_from_float32_to_q33p31 void convert_from_float32_to_q33p31(void* samples, uint32_t count)
+#define TVL_KERNEL_convert_from_q5p27_to_q33p31 void convert_from_q5p27_to_q33p31(void* samples, uint32_t count)
+#define TVL_KERNEL_convert_from_q33p31_to_float32 void convert_from_q33p31_to_float32(void* samples, uint32_t count)
+#define TVL_KERNEL_convert_from_q33p31_to_q5p27 void convert_from_q33p31_to_q5p27(void* samples, uint32_t count)
+#define TVL_KERNEL_convert_from_q5p27_to_float32 void convert_from_q5p27_to_float32(void* samples, uint32_t count)
+#define TVL_KERNEL_convert_from_float32_to_q5p27 void convert_from_float32_to_q5p27(void* samples, uint32_t count)
+#define TVL_KERNEL_move_from_q33p31_to_q1p31 void move_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count)
+#define TVL_KERNEL_clip_from_q33p31_to_q1p31 void clip_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count)
+
+#define TVL_DECLARE_KERNEL(name) TVL_KERNEL_##name;
+
+// Every kernel, for variants that provide them all.
+#define TVL_ALL_KERNELS(X) \
+    X(derive_gain) \
+    X(calculate_block_min_gain) \
+    X(no_limiter) \
+    X(apply_fix_gain) \
+    X(apply_makeup_gain) \
+    X(apply_step_gain_without_saturation) \
+    X(apply_targ_gain) \
+    X(apply_ramp_gain_for_q33p31) \
+    X(apply_ramp_gain_for_float32) \
+    X(apply_ramp_gain_for_q5p27) \
+    X(clipping_limiter) \
+    X(copy_float32_to_q33p31) \
+    X(copy_q1p31_to_float32) \
+    X(copy_q5p27_to_q33p31) \
+    X(copy_q1p31_to_q5p27) \
+    X(convert_from_float32_to_q33p31) \
+    X(convert_from_q5p27_to_q33p31) \
+    X(convert_from_q33p31_to_float32) \
+    X(convert_from_q33p31_to_q5p27) \
+    X(convert_from_q5p27_to_float32) \
+    X(convert_from_float32_to_q5p27) \
+    X(move_from_q33p31_to_q1p31) \
+    X(clip_from_q33p31_to_q1p31)
+
 namespace tvl::scalar {
-
-void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t ceiling, int32_t stride);
-int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride);
-
-void no_limiter(const int64_t* src, int32_t* dst, uint32_t count, int32_t stride);
-void apply_fix_gain(int32_t gain, const int64_t* src, int32_t* dst, int32_t count, int32_t stride);
-void apply_makeup_gain(int32_t* samples, uint32_t count, int32_t gain);
-int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain, int32_t step,
-                                           const int64_t* src, int32_t* dst, uint32_t count, int32_t stride);
-int32_t apply_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int64_t* src,
-                        int32_t* dst, const int32_t* ramp_table, uint32_t count, int32_t stride);
-int32_t apply_ramp_gain_for_q33p31(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int64_t* src,
-                                   int64_t* dst, const int32_t* ramp_table, uint32_t count, int32_t stride);
-int32_t apply_ramp_gain_for_float32(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const float* src,
-                                    float* dst, const int32_t* ramp_table, uint32_t count, int32_t stride);
-int32_t apply_ramp_gain_for_q5p27(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int32_t* src,
-                                  int32_t* dst, const int32_t* ramp_table, uint32_t count, int32_t stride);
-void clipping_limiter(const int64_t* src, int32_t* dst, uint32_t count, int32_t stride);
-
-void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count);
-void copy_q1p31_to_float32(const int32_t* src, float* dst, uint32_t count);
-void copy_q5p27_to_q33p31(const int32_t* src, int64_t* dst, uint32_t count);
-void copy_q1p31_to_q5p27(const int32_t* src, int32_t* dst, uint32_t count);
-
-void convert_from_float32_to_q33p31(void* samples, uint32_t count);
-void convert_from_q5p27_to_q33p31(void* samples, uint32_t count);
-void convert_from_q33p31_to_float32(void* samples, uint32_t count);
-void convert_from_q33p31_to_q5p27(void* samples, uint32_t count);
-void convert_from_q5p27_to_float32(void* samples, uint32_t count);
-void convert_from_float32_to_q5p27(void* samples, uint32_t count);
-
-void move_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count);
-void clip_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count);
-
+TVL_ALL_KERNELS(TVL_DECLARE_KERNEL)
 }  // namespace tvl::scalar

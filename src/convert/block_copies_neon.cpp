@@ -48,6 +48,45 @@ inline uint8x16_t q1p31_to_q5p27_x4(uint8x16_t in) {
     return vreinterpretq_u8_s32(vshrq_n_s32(vreinterpretq_s32_u8(in), 4));
 }
 
+// Sixteen 32-bit samples per step into sixteen 64-bit ones; the remainder
+// through the scalar kernel. widen(in, lo, hi) turns four words into four
+// 64-bit samples. Returns the number of samples done.
+template <typename Widen>
+uint32_t widen_sixteen_at_a_time(const void* src, void* dst, uint32_t count, Widen widen) {
+    const uint32_t whole = count & ~15u;
+    const uint8_t* in = lanes::at(src, 0);
+    uint8_t* out = lanes::at(dst, 0);
+    for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 64, out += 128) {
+        const uint8x16x4_t x = vld1q_u8_x4(in);
+        uint8x16x4_t y0, y1;
+        widen(x.val[0], y0.val[0], y0.val[1]);
+        widen(x.val[1], y0.val[2], y0.val[3]);
+        widen(x.val[2], y1.val[0], y1.val[1]);
+        widen(x.val[3], y1.val[2], y1.val[3]);
+        vst1q_u8_x4(out, y0);
+        vst1q_u8_x4(out + 64, y1);
+    }
+    return whole;
+}
+
+// Sixteen 32-bit samples per step into sixteen 32-bit ones, each register
+// read before it is written, so dst may equal src or lie below it.
+template <typename Map>
+uint32_t map_sixteen_at_a_time(const void* src, void* dst, uint32_t count, Map map) {
+    const uint32_t whole = count & ~15u;
+    const uint8_t* in = lanes::at(src, 0);
+    uint8_t* out = lanes::at(dst, 0);
+    for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 64, out += 64) {
+        uint8x16x4_t v = vld1q_u8_x4(in);
+        v.val[0] = map(v.val[0]);
+        v.val[1] = map(v.val[1]);
+        v.val[2] = map(v.val[2]);
+        v.val[3] = map(v.val[3]);
+        vst1q_u8_x4(out, v);
+    }
+    return whole;
+}
+
 }  // namespace
 
 void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
@@ -56,39 +95,19 @@ void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
         return;
     }
     const float64x2_t half_lsb = vdupq_n_f64(0x1p-32);  // 0.5 / 2^31
-    const uint32_t whole = count & ~15u;
-    const uint8_t* in = lanes::at(src, 0);
-    uint8_t* out = lanes::at(dst, 0);
-    for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 64, out += 128) {
-        const uint8x16x4_t x = vld1q_u8_x4(in);
-        uint8x16x4_t y0, y1;
-        widen_float32_x4(x.val[0], y0.val[0], y0.val[1], half_lsb);
-        widen_float32_x4(x.val[1], y0.val[2], y0.val[3], half_lsb);
-        widen_float32_x4(x.val[2], y1.val[0], y1.val[1], half_lsb);
-        widen_float32_x4(x.val[3], y1.val[2], y1.val[3], half_lsb);
-        vst1q_u8_x4(out, y0);
-        vst1q_u8_x4(out + 64, y1);
-    }
+    const auto widen = [half_lsb](uint8x16_t in, uint8x16_t& lo, uint8x16_t& hi) {
+        widen_float32_x4(in, lo, hi, half_lsb);
+    };
+    const uint32_t whole = widen_sixteen_at_a_time(src, dst, count, widen);
     scalar::copy_float32_to_q33p31(src + whole, dst + whole, count - whole);
 }
 
 void copy_q1p31_to_float32(const int32_t* src, float* dst, uint32_t count) {
-    // Same width: in place, each step reads its samples before it writes them.
     if (!lanes::writes_behind_reads(src, size_t(count) * 4, dst, size_t(count) * 4)) {
         scalar::copy_q1p31_to_float32(src, dst, count);
         return;
     }
-    const uint32_t whole = count & ~15u;
-    const uint8_t* in = lanes::at(src, 0);
-    uint8_t* out = lanes::at(dst, 0);
-    for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 64, out += 64) {
-        uint8x16x4_t v = vld1q_u8_x4(in);
-        v.val[0] = q1p31_to_float32_x4(v.val[0]);
-        v.val[1] = q1p31_to_float32_x4(v.val[1]);
-        v.val[2] = q1p31_to_float32_x4(v.val[2]);
-        v.val[3] = q1p31_to_float32_x4(v.val[3]);
-        vst1q_u8_x4(out, v);
-    }
+    const uint32_t whole = map_sixteen_at_a_time(src, dst, count, q1p31_to_float32_x4);
     scalar::copy_q1p31_to_float32(src + whole, dst + whole, count - whole);
 }
 
@@ -97,19 +116,7 @@ void copy_q5p27_to_q33p31(const int32_t* src, int64_t* dst, uint32_t count) {
         scalar::copy_q5p27_to_q33p31(src, dst, count);
         return;
     }
-    const uint32_t whole = count & ~15u;
-    const uint8_t* in = lanes::at(src, 0);
-    uint8_t* out = lanes::at(dst, 0);
-    for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 64, out += 128) {
-        const uint8x16x4_t x = vld1q_u8_x4(in);
-        uint8x16x4_t y0, y1;
-        widen_q5p27_x4(x.val[0], y0.val[0], y0.val[1]);
-        widen_q5p27_x4(x.val[1], y0.val[2], y0.val[3]);
-        widen_q5p27_x4(x.val[2], y1.val[0], y1.val[1]);
-        widen_q5p27_x4(x.val[3], y1.val[2], y1.val[3]);
-        vst1q_u8_x4(out, y0);
-        vst1q_u8_x4(out + 64, y1);
-    }
+    const uint32_t whole = widen_sixteen_at_a_time(src, dst, count, widen_q5p27_x4);
     scalar::copy_q5p27_to_q33p31(src + whole, dst + whole, count - whole);
 }
 
@@ -118,17 +125,7 @@ void copy_q1p31_to_q5p27(const int32_t* src, int32_t* dst, uint32_t count) {
         scalar::copy_q1p31_to_q5p27(src, dst, count);
         return;
     }
-    const uint32_t whole = count & ~15u;
-    const uint8_t* in = lanes::at(src, 0);
-    uint8_t* out = lanes::at(dst, 0);
-    for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 64, out += 64) {
-        uint8x16x4_t v = vld1q_u8_x4(in);
-        v.val[0] = q1p31_to_q5p27_x4(v.val[0]);
-        v.val[1] = q1p31_to_q5p27_x4(v.val[1]);
-        v.val[2] = q1p31_to_q5p27_x4(v.val[2]);
-        v.val[3] = q1p31_to_q5p27_x4(v.val[3]);
-        vst1q_u8_x4(out, v);
-    }
+    const uint32_t whole = map_sixteen_at_a_time(src, dst, count, q1p31_to_q5p27_x4);
     scalar::copy_q1p31_to_q5p27(src + whole, dst + whole, count - whole);
 }
 

@@ -120,6 +120,12 @@ int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_
     return r;
 }
 
+int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling) {
+    const int32_t r = vector::min_required_gain(src, count, ceiling);
+    expect_equal(r, scalar::min_required_gain(src, count, ceiling));  // reads only
+    return r;
+}
+
 void no_limiter(const int64_t* src, int32_t* dst, uint32_t count, int32_t stride) {
     const size_t n = every_second(count, stride);
     Mirror m(src, n * 8, dst, n * 4);

@@ -28,6 +28,7 @@ using namespace tvl::scalar;
 // src/engine/gain_derivation_neon.cpp
 TVL_DECLARE_KERNEL(derive_gain)
 TVL_DECLARE_KERNEL(calculate_block_min_gain)
+TVL_DECLARE_KERNEL(min_required_gain)
 
 // src/gain/unity_gain_neon.cpp
 TVL_DECLARE_KERNEL(no_limiter)

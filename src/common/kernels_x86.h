@@ -18,6 +18,7 @@ using namespace tvl::scalar;
 
 TVL_DECLARE_KERNEL(derive_gain)
 TVL_DECLARE_KERNEL(calculate_block_min_gain)
+TVL_DECLARE_KERNEL(min_required_gain)
 
 TVL_DECLARE_KERNEL(no_limiter)
 TVL_DECLARE_KERNEL(apply_fix_gain)

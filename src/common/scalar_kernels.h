@@ -35,6 +35,13 @@
 #define TVL_KERNEL_move_from_q33p31_to_q1p31 void move_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count)
 #define TVL_KERNEL_clip_from_q33p31_to_q1p31 void clip_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count)
 
+// Kernels of the engine's own, not exported: faster equivalents of a
+// sequence of exported kernels, with the same bytes where they write.
+//   min_required_gain: the smallest gain derive_gain would write for `count`
+//     consecutive samples (32767 for none), without writing them: the value
+//     calculate_block_min_gain then finds.
+#define TVL_KERNEL_min_required_gain int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling)
+
 #define TVL_DECLARE_KERNEL(name) TVL_KERNEL_##name;
 
 // Every kernel, for variants that provide them all.
@@ -61,7 +68,11 @@
     X(convert_from_q5p27_to_float32) \
     X(convert_from_float32_to_q5p27) \
     X(move_from_q33p31_to_q1p31) \
-    X(clip_from_q33p31_to_q1p31)
+    X(clip_from_q33p31_to_q1p31) \
+    TVL_ENGINE_KERNELS(X)
+
+#define TVL_ENGINE_KERNELS(X) \
+    X(min_required_gain)
 
 namespace tvl::scalar {
 TVL_ALL_KERNELS(TVL_DECLARE_KERNEL)

@@ -34,6 +34,10 @@
 #include "common/memory.h"
 #include "common/sample_rules.h"
 
+// For the group helpers that several loops share: each loop must get the
+// helper's body, not a call that passes vectors through memory.
+#define TVL_X86_INLINE inline __attribute__((always_inline))
+
 namespace tvl::x86 {
 
 using u8 = unsigned char;

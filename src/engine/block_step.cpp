@@ -5,6 +5,7 @@
 // of the emitted block is the smaller of the new block's and the held block's
 // required gains. The gain falls to a lower target along the attack ramp
 // within one block, and climbs to a higher one by release_step per frame.
+#include "common/kernels.h"
 #include "common/memory.h"
 #include "common/sample_rules.h"
 #include "engine/engine.h"
@@ -45,9 +46,10 @@ void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const int64_t* new_bloc
     const uint32_t samples = samples_per_block(rec.is_stereo);
     const int64_t* held = reinterpret_cast<const int64_t*>(rec.delay_line);
 
-    // out_block holds the new block's gains until the emission overwrites it.
-    derive_gain(new_block, out_block, samples, rec.ceiling, 1);
-    const int32_t block_min_gain = calculate_block_min_gain(stereo, out_block, kBlockFrames, 1);
+    // The smallest gain the new block needs, as derive_gain and
+    // calculate_block_min_gain find it; the gains themselves are not kept
+    // (out_block would hold them only until the emission overwrites it).
+    const int32_t block_min_gain = active::min_required_gain(new_block, samples, rec.ceiling);
     const int32_t target = block_min_gain < rec.last_min_gain ? block_min_gain : rec.last_min_gain;
 
     int32_t cur = rec.cur_gain;

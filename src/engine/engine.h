@@ -9,10 +9,9 @@
 namespace tvl {
 
 // One limiting block step. new_block holds the block just read (Q33.31,
-// samples_per_block words); out_block (samples_per_block 32-bit words) first
-// receives its required gains, then the held block emitted as Q1.31. The new
-// block then takes the held block's place in the delay line. Updates cur_gain
-// and last_min_gain in rec.
+// samples_per_block words); out_block (samples_per_block 32-bit words)
+// receives the held block emitted as Q1.31. The new block then takes the held
+// block's place in the delay line. Updates cur_gain and last_min_gain in rec.
 void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const int64_t* new_block, int32_t* out_block);
 
 // The limiting and bypass paths of limiter_all_format() on a local copy of

@@ -28,6 +28,17 @@ int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_
     return r;
 }
 
+int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling) {
+    const int32_t c = ceiling_q15(ceiling);
+    const int64_t threshold = gain_threshold(c);
+    int32_t r = kUnityGain;
+    for (uint32_t i = 0; i < count; ++i) {
+        const int32_t g = required_gain(load<int64_t>(src, i), c, threshold);
+        r = g < r ? g : r;
+    }
+    return r;
+}
+
 }  // namespace tvl::scalar
 
 void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t ceiling, int32_t stride) {

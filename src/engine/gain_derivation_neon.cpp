@@ -1,5 +1,6 @@
-// Gain derivation, NEON: sixteen samples per step for derive_gain, sixteen
-// words per step for the block minimum.
+// Gain derivation, NEON: sixteen samples per step for derive_gain and the
+// engine's minimum required gain, sixteen words per step for the block
+// minimum.
 #if defined(__ARM_NEON) && defined(__aarch64__)
 
 #include "common/kernels.h"
@@ -64,8 +65,8 @@ inline uint8x16_t gains_of(uint8x16_t s01, uint8x16_t s23, uint32x4_t first_over
 }
 
 // Gains of the sixteen samples at in, of which at least one lies above the
-// threshold, stored at out.
-inline void gains_of_sixteen(const uint8_t* in, uint8_t* out, uint32_t first_over, int32_t c) {
+// threshold.
+inline uint8x16x4_t gains_of_sixteen(const uint8_t* in, uint32_t first_over, int32_t c) {
     const uint32x4_t first_over_u32x4 = vdupq_n_u32(first_over);
     const int32x4_t c_s32x4 = vdupq_n_s32(c);
     const uint8x16x4_t x0 = vld1q_u8_x4(in), x1 = vld1q_u8_x4(in + 64);
@@ -74,7 +75,15 @@ inline void gains_of_sixteen(const uint8_t* in, uint8_t* out, uint32_t first_ove
     g.val[1] = gains_of(x0.val[2], x0.val[3], first_over_u32x4, c_s32x4);
     g.val[2] = gains_of(x1.val[0], x1.val[1], first_over_u32x4, c_s32x4);
     g.val[3] = gains_of(x1.val[2], x1.val[3], first_over_u32x4, c_s32x4);
-    vst1q_u8_x4(out, g);
+    return g;
+}
+
+// The largest clamped magnitude of the sixteen samples at in.
+inline uint32_t peak_of_sixteen(const uint8_t* in) {
+    const uint8x16x4_t x0 = vld1q_u8_x4(in), x1 = vld1q_u8_x4(in + 64);
+    const uint32x4_t m0 = vmaxq_u32(clamped_magnitude(x0.val[0], x0.val[1]), clamped_magnitude(x0.val[2], x0.val[3]));
+    const uint32x4_t m1 = vmaxq_u32(clamped_magnitude(x1.val[0], x1.val[1]), clamped_magnitude(x1.val[2], x1.val[3]));
+    return vmaxvq_u32(vmaxq_u32(m0, m1));
 }
 
 }  // namespace
@@ -92,20 +101,38 @@ void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t cei
     const uint8_t* in = lanes::at(src, 0);
     uint8_t* out = lanes::at(gains, 0);
     for (const uint8_t* const end = in + size_t(whole) * 8; in != end; in += 128, out += 64) {
-        const uint8x16x4_t x0 = vld1q_u8_x4(in), x1 = vld1q_u8_x4(in + 64);
-        const uint32x4_t m0 = vmaxq_u32(clamped_magnitude(x0.val[0], x0.val[1]), clamped_magnitude(x0.val[2], x0.val[3]));
-        const uint32x4_t m1 = vmaxq_u32(clamped_magnitude(x1.val[0], x1.val[1]), clamped_magnitude(x1.val[2], x1.val[3]));
-        if (vmaxvq_u32(vmaxq_u32(m0, m1)) < first_over) {
+        if (peak_of_sixteen(in) < first_over) {
             // The usual case: one comparison for all sixteen.
             vst1q_u8(out, unity_u8x16);
             vst1q_u8(out + 16, unity_u8x16);
             vst1q_u8(out + 32, unity_u8x16);
             vst1q_u8(out + 48, unity_u8x16);
         } else {
-            gains_of_sixteen(in, out, first_over, c);
+            vst1q_u8_x4(out, gains_of_sixteen(in, first_over, c));
         }
     }
     scalar::derive_gain(src + whole, gains + whole, count - whole, ceiling, 1);
+}
+
+int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling) {
+    // Groups wholly inside the threshold have gains of 32767 and cannot lower
+    // the minimum: only the others are derived.
+    const int32_t c = ceiling_q15(ceiling);
+    if (c < 0) return scalar::min_required_gain(src, count, ceiling);
+    const uint32_t first_over = uint32_t(gain_threshold(c)) + 1;
+    const uint32_t whole = count & ~15u;
+    int32x4_t min_s32x4 = vdupq_n_s32(kUnityGain);
+    const uint8_t* in = lanes::at(src, 0);
+    for (const uint8_t* const end = in + size_t(whole) * 8; in != end; in += 128) {
+        if (peak_of_sixteen(in) < first_over) continue;
+        const uint8x16x4_t g = gains_of_sixteen(in, first_over, c);
+        const int32x4_t a = vminq_s32(vreinterpretq_s32_u8(g.val[0]), vreinterpretq_s32_u8(g.val[1]));
+        const int32x4_t b = vminq_s32(vreinterpretq_s32_u8(g.val[2]), vreinterpretq_s32_u8(g.val[3]));
+        min_s32x4 = vminq_s32(min_s32x4, vminq_s32(a, b));
+    }
+    const int32_t rest = scalar::min_required_gain(src + whole, count - whole, ceiling);
+    const int32_t vector_min = vminvq_s32(min_s32x4);
+    return rest < vector_min ? rest : vector_min;
 }
 
 int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride) {

@@ -78,21 +78,17 @@ inline __m128i reduced_from_quotients(__m128i q, int32_t c) {
     return _mm_and_si128(r, _mm_set1_epi32(~1));
 }
 
-// Gains of four samples at src into gains.
-inline void derive4(const u8* src, u8* gains, const Derivation& k) {
+// Gains of the four samples at src.
+TVL_X86_INLINE __m128i gains4(const u8* src, const Derivation& k) {
     const __m128i a = load128(src), b = load128(src + 16);
     const __m128i lo = low_halves(a, b), hi = high_halves(a, b);
     const __m128i unity = _mm_set1_epi32(kUnityGain);
     __m128i u = _mm_setzero_si128();
     if (k.unity_possible) {
         u = unity_lanes(lo, hi, _mm_set1_epi32(int32_t(k.threshold)), _mm_set1_epi32(int32_t(-k.threshold)));
-        if (_mm_movemask_epi8(u) == 0xFFFF) {
-            store128(gains, unity);
-            return;
-        }
+        if (_mm_movemask_epi8(u) == 0xFFFF) return unity;
     }
-    const __m128i r = reduced_from_quotients(quotients(divisors(lo, hi)), k.c);
-    store128(gains, select(u, unity, r));
+    return select(u, unity, reduced_from_quotients(quotients(divisors(lo, hi)), k.c));
 }
 
 #if defined(__AVX2__)
@@ -131,7 +127,8 @@ inline bool single_precision_suffices(__m256i d) {
     return _mm256_testz_si256(outside, outside);
 }
 
-inline void derive8(const u8* src, u8* gains, const Derivation& k) {
+// Gains of the eight samples at src, in order.
+TVL_X86_INLINE __m256i gains8(const u8* src, const Derivation& k) {
     const __m256 a = _mm256_castsi256_ps(load256(src)), b = _mm256_castsi256_ps(load256(src + 32));
     const __m256i lo = _mm256_castps_si256(_mm256_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)));
     const __m256i hi = _mm256_castps_si256(_mm256_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1)));
@@ -142,10 +139,7 @@ inline void derive8(const u8* src, u8* gains, const Derivation& k) {
         const __m256i outside = _mm256_or_si256(_mm256_cmpgt_epi32(lo, _mm256_set1_epi32(int32_t(k.threshold))),
                                                 _mm256_cmpgt_epi32(_mm256_set1_epi32(int32_t(-k.threshold)), lo));
         u = _mm256_andnot_si256(outside, fits);
-        if (_mm256_movemask_epi8(u) == -1) {
-            store256(gains, unity);
-            return;
-        }
+        if (_mm256_movemask_epi8(u) == -1) return unity;
     }
     const __m256i zero = _mm256_setzero_si256();
     const __m256i s = _mm256_srai_epi32(hi, 31);
@@ -174,17 +168,17 @@ inline void derive8(const u8* src, u8* gains, const Derivation& k) {
     }
     r = _mm256_and_si256(r, _mm256_set1_epi32(~1));
     r = select256(u, unity, r);
-    store256(gains, _mm256_permute4x64_epi64(r, _MM_SHUFFLE(3, 1, 2, 0)));
+    return _mm256_permute4x64_epi64(r, _MM_SHUFFLE(3, 1, 2, 0));
 }
 
 #endif  // __AVX2__
 
 #if TVL_X86_AVX512
 
-// Sixteen samples in natural lane order, the threshold test already made
-// (`outside`: bit i set where sample i exceeds it). The steps of derive8 in
-// 512-bit registers and mask registers.
-inline void derive16(const u8* src, u8* gains, const Derivation& k, __mmask16 outside) {
+// Gains of the sixteen samples at src, in order, the threshold test already
+// made (`outside`: bit i set where sample i exceeds it). The steps of gains8
+// in 512-bit registers and mask registers.
+TVL_X86_INLINE __m512i gains16(const u8* src, const Derivation& k, __mmask16 outside) {
     const __m512i x0 = _mm512_loadu_si512(src), x1 = _mm512_loadu_si512(src + 64);
     const __m512i d0 = _mm512_srli_epi64(_mm512_abs_epi64(x0), 15), d1 = _mm512_srli_epi64(_mm512_abs_epi64(x1), 15);
     // Divisor 0, or |x| >= 2^46 (d >= 2^31): quotient 0, like unity lanes.
@@ -228,10 +222,32 @@ inline void derive16(const u8* src, u8* gains, const Derivation& k, __mmask16 ou
         r = _mm512_inserti64x4(_mm512_castsi256_si512(r0), r1, 1);
     }
     r = _mm512_and_si512(r, _mm512_set1_epi32(~1));
-    _mm512_storeu_si512(gains, _mm512_mask_blend_epi32(unity, r, _mm512_set1_epi32(kUnityGain)));
+    return _mm512_mask_blend_epi32(unity, r, _mm512_set1_epi32(kUnityGain));
+}
+
+// Bit i set where sample i of the sixteen at src lies outside
+// [-threshold, threshold].
+inline __mmask16 outside16(const u8* src, const Derivation& k) {
+    const __m512i t = _mm512_set1_epi64(k.threshold), neg_t = _mm512_set1_epi64(-k.threshold);
+    const __m512i a = _mm512_loadu_si512(src), b = _mm512_loadu_si512(src + 64);
+    return __mmask16(_mm512_cmpgt_epi64_mask(a, t) | _mm512_cmpgt_epi64_mask(neg_t, a)) |
+           __mmask16((_mm512_cmpgt_epi64_mask(b, t) | _mm512_cmpgt_epi64_mask(neg_t, b)) << 8);
 }
 
 #endif  // TVL_X86_AVX512
+
+// The smallest of four signed lanes.
+inline int32_t horizontal_min(__m128i m) {
+    m = min_epi32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(1, 0, 3, 2)));
+    m = min_epi32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(2, 3, 0, 1)));
+    return _mm_cvtsi128_si32(m);
+}
+
+#if defined(__AVX2__)
+inline int32_t horizontal_min(__m256i m) {
+    return horizontal_min(_mm_min_epi32(_mm256_castsi256_si128(m), _mm256_extracti128_si256(m, 1)));
+}
+#endif
 
 }  // namespace
 
@@ -245,24 +261,49 @@ void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t cei
 #if TVL_X86_AVX512
     // Sixteen samples tested against the threshold in mask registers (with a
     // negative threshold every sample is reduced).
-    const __m512i t = _mm512_set1_epi64(k.threshold), neg_t = _mm512_set1_epi64(-k.threshold);
     for (; i + 16 <= count; i += 16) {
-        const __m512i a = _mm512_loadu_si512(at(src, i, 8)), b = _mm512_loadu_si512(at(src, i + 8, 8));
-        const __mmask16 outside =
-            __mmask16(_mm512_cmpgt_epi64_mask(a, t) | _mm512_cmpgt_epi64_mask(neg_t, a)) |
-            __mmask16((_mm512_cmpgt_epi64_mask(b, t) | _mm512_cmpgt_epi64_mask(neg_t, b)) << 8);
+        const __mmask16 outside = outside16(at(src, i, 8), k);
         if (k.unity_possible && outside == 0) {
             _mm512_storeu_si512(at(gains, i, 4), _mm512_set1_epi32(kUnityGain));
         } else {
-            derive16(at(src, i, 8), at(gains, i, 4), k, outside);
+            _mm512_storeu_si512(at(gains, i, 4), gains16(at(src, i, 8), k, outside));
         }
     }
 #endif
 #if defined(__AVX2__)
-    for (; i + 8 <= count; i += 8) derive8(at(src, i, 8), at(gains, i, 4), k);
+    for (; i + 8 <= count; i += 8) store256(at(gains, i, 4), gains8(at(src, i, 8), k));
 #endif
-    for (; i + 4 <= count; i += 4) derive4(at(src, i, 8), at(gains, i, 4), k);
+    for (; i + 4 <= count; i += 4) store128(at(gains, i, 4), gains4(at(src, i, 8), k));
     scalar::derive_gain(src + i, gains + i, count - i, ceiling, 1);
+}
+
+int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling) {
+    // derive_gain's groups, their gains folded into a running minimum instead
+    // of stored; a group wholly inside the threshold costs its unity test.
+    const Derivation k = derivation(ceiling);
+    uint32_t i = 0;
+    int32_t r = kUnityGain;
+#if defined(__AVX2__)
+    __m256i m = _mm256_set1_epi32(kUnityGain);
+#if TVL_X86_AVX512
+    for (; i + 16 <= count; i += 16) {
+        const __mmask16 outside = outside16(at(src, i, 8), k);
+        if (!k.unity_possible || outside != 0) {
+            const __m512i g = gains16(at(src, i, 8), k, outside);
+            m = _mm256_min_epi32(m, _mm256_min_epi32(_mm512_castsi512_si256(g), _mm512_maskz_extracti64x4_epi64(0xF, g, 1)));
+        }
+    }
+#endif
+    for (; i + 8 <= count; i += 8) m = _mm256_min_epi32(m, gains8(at(src, i, 8), k));
+    r = horizontal_min(m);
+#endif
+    if (count - i >= 4) {
+        __m128i m4 = _mm_set1_epi32(r);
+        for (; i + 4 <= count; i += 4) m4 = min_epi32(m4, gains4(at(src, i, 8), k));
+        r = horizontal_min(m4);
+    }
+    const int32_t rest = scalar::min_required_gain(src + i, count - i, ceiling);
+    return rest < r ? rest : r;
 }
 
 int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride) {
@@ -281,17 +322,12 @@ int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_
     }
 #endif
     for (; i + 8 <= words; i += 8) m8 = _mm256_min_epi32(m8, load256(at(gains, i, 4)));
-    __m128i h = _mm_min_epi32(_mm256_castsi256_si128(m8), _mm256_extracti128_si256(m8, 1));
-    h = _mm_min_epi32(h, _mm_shuffle_epi32(h, _MM_SHUFFLE(1, 0, 3, 2)));
-    h = _mm_min_epi32(h, _mm_shuffle_epi32(h, _MM_SHUFFLE(2, 3, 0, 1)));
-    r = _mm_cvtsi128_si32(h);
+    r = horizontal_min(m8);
 #endif
     if (words - i >= 4) {
         __m128i m = _mm_set1_epi32(r);
         for (; i + 4 <= words; i += 4) m = min_epi32(m, load128(at(gains, i, 4)));
-        m = min_epi32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(1, 0, 3, 2)));
-        m = min_epi32(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(2, 3, 0, 1)));
-        r = _mm_cvtsi128_si32(m);
+        r = horizontal_min(m);
     }
     // The words left over, taken as mono words; the minimum does not depend
     // on the order.

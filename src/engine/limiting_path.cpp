@@ -25,7 +25,7 @@ int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsign
     }
 
     const size_t in_block_bytes = samples * (rec.pcm_format == LMTR_PCM_Q33P31 ? 8u : 4u);
-    const size_t out_block_bytes = samples * 4u;
+    const size_t out_block_bytes = samples * 4u;  // Q1.31, float32 and Q5.27 alike
     for (uint32_t k = 0; k < frames / kBlockFrames; ++k) {
         // Output block k ends where input block k + 1 begins at the latest, and
         // is written after input block k is read: in place is safe.
@@ -36,9 +36,12 @@ int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsign
             case LMTR_PCM_FLOAT32: copy_float32_to_q33p31(reinterpret_cast<const float*>(in), scratch_block, samples); break;
             default: copy_q5p27_to_q33p31(reinterpret_cast<const int32_t*>(in), scratch_block, samples); break;
         }
-        limiter_primary_q33p31_to_q1p31(rec, scratch_block, out_block);
+        // Q1.31 output is emitted where it belongs; the other formats are
+        // converted from out_block.
+        limiter_primary_q33p31_to_q1p31(rec, scratch_block,
+                                        rec.pcm_format == LMTR_PCM_Q33P31 ? reinterpret_cast<int32_t*>(out) : out_block);
         switch (rec.pcm_format) {
-            case LMTR_PCM_Q33P31: copy_bytes(out, out_block, out_block_bytes); break;
+            case LMTR_PCM_Q33P31: break;
             case LMTR_PCM_FLOAT32: copy_q1p31_to_float32(out_block, reinterpret_cast<float*>(out), samples); break;
             default: copy_q1p31_to_q5p27(out_block, reinterpret_cast<int32_t*>(out), samples); break;
         }

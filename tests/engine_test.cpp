@@ -3,7 +3,10 @@
 // bypass while audio runs, and the peak bound over many signals.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <tuple>
+
+#include "common/sample_rules.h"
 
 #include "support/stream_model.h"
 
@@ -392,6 +395,85 @@ TEST(BypassFormats, OpenInBypassThenChangeFormat) {
                 ref::reencode(held.data(), from, to, n);
                 EXPECT_TRUE(bypassed(d, 2, to, held)) << "the held block, converted";
                 EXPECT_TRUE(bypassed(d, 3, to, block_of(to, in_to, 2, stereo)));
+            }
+        }
+    }
+}
+
+// ---- Quiet blocks told from 32-bit input ------------------------------------
+
+// The quiet bounds are tight: the bound widens to at most the threshold, the
+// next value above it to more.
+TEST(QuietBounds, AreTheLargestInputsThatNeedNoReduction) {
+    for (int32_t c : {32767, 32730, 16384, 1, 0}) {
+        SCOPED_TRACE(c);
+        const int64_t t = tvl::gain_threshold(c);
+        const uint32_t f = tvl::float32_quiet_bound(t);
+        const auto widen = [](uint32_t bits) { return tvl::float32_to_q33p31(std::bit_cast<float>(bits)); };
+        EXPECT_LE(widen(f), t);
+        EXPECT_GE(widen(f | 0x80000000u), -t);
+        EXPECT_GT(widen(f + 1), t);
+        const uint32_t w = tvl::q5p27_quiet_bound(t);
+        EXPECT_LE(tvl::q5p27_to_q33p31(int32_t(w)), t);
+        EXPECT_GT(tvl::q5p27_to_q33p31(int32_t(w + 1)), t);
+    }
+}
+
+// A float32 or Q5.27 stream and the same stream widened to Q33.31 give the
+// same output (Q1.31 for the widened one), whether a block is told quiet from
+// its input or goes through the general step: blocks sit just inside and just
+// outside the threshold, with the stray sample at every position class.
+TEST(QuietBlocks, ThirtyTwoBitInputMatchesItsWidenedStream) {
+    const int64_t t = tvl::gain_threshold(32767);
+    for (uint32_t fmt : {LMTR_PCM_FLOAT32, LMTR_PCM_Q5P27}) {
+        for (bool stereo : {false, true}) {
+            SCOPED_TRACE(::testing::Message() << "format " << fmt << (stereo ? " stereo" : " mono"));
+            const uint32_t n = samples_per_block(stereo);
+            const uint32_t edge = fmt == LMTR_PCM_FLOAT32 ? tvl::float32_quiet_bound(t) : tvl::q5p27_quiet_bound(t);
+            // Words of the stream: block b holds quiet noise with, in odd
+            // blocks, one word at the bound plus 0 or 1, of either sign.
+            std::vector<uint32_t> words;
+            uint32_t noise = 7;
+            for (uint32_t b = 0; b < 40; ++b) {
+                for (uint32_t i = 0; i < n; ++i) {
+                    noise = noise * 1664525u + 1013904223u;
+                    const int32_t q = int32_t(noise) >> 12;  // about -48 dBFS in either format
+                    words.push_back(fmt == LMTR_PCM_FLOAT32 ? std::bit_cast<uint32_t>(float(q) * 0x1p-19f) : uint32_t(q));
+                }
+                if (b % 2) {
+                    const uint32_t at = (b * 37) % n, over = (b / 2) % 2, negative = (b / 4) % 2;
+                    uint32_t w = edge + over;
+                    if (negative) w = fmt == LMTR_PCM_FLOAT32 ? w | 0x80000000u : 0u - w;
+                    words[b * n + at] = w;
+                }
+            }
+            std::vector<int64_t> wide(words.size());
+            for (size_t i = 0; i < words.size(); ++i) {
+                wide[i] = fmt == LMTR_PCM_FLOAT32 ? tvl::float32_to_q33p31(std::bit_cast<float>(words[i]))
+                                                  : tvl::q5p27_to_q33p31(int32_t(words[i]));
+            }
+            const auto run = [&](uint32_t format, const void* data, size_t bytes, uint32_t period_frames) {
+                Instance inst(format, stereo);
+                std::vector<uint32_t> out(words.size());
+                const size_t period_bytes = size_t(period_frames) * (stereo ? 2 : 1) * (format == LMTR_PCM_Q33P31 ? 8 : 4);
+                for (size_t at = 0; at < bytes; at += period_bytes) {
+                    uint32_t in_size = uint32_t(period_bytes), out_size = uint32_t(period_bytes);
+                    const size_t out_at = at / (format == LMTR_PCM_Q33P31 ? 2 : 1);
+                    EXPECT_EQ(Limiter_Process(inst.h, inst.scratch, static_cast<const unsigned char*>(data) + at, &in_size,
+                                              reinterpret_cast<unsigned char*>(out.data()) + out_at, &out_size),
+                              LMTR_OK);
+                }
+                return out;
+            };
+            for (uint32_t period : {64u, 320u}) {
+                const auto got = run(fmt, words.data(), words.size() * 4, period);
+                const auto q1p31 = run(LMTR_PCM_Q33P31, wide.data(), wide.size() * 8, period);
+                for (size_t i = 0; i < got.size(); ++i) {
+                    const int32_t w = int32_t(q1p31[i]);
+                    const uint32_t want = fmt == LMTR_PCM_FLOAT32 ? std::bit_cast<uint32_t>(tvl::q1p31_to_float32(w))
+                                                                  : uint32_t(tvl::q1p31_to_q5p27(w));
+                    ASSERT_EQ(got[i], want) << "sample " << i << ", period " << period;
+                }
             }
         }
     }

@@ -192,6 +192,14 @@ const std::vector<Kernel>& kernels() {
          [](bool v, const Call& c) -> int64_t {
              return TVL_PICK(v, min_required_gain)(as_src<const int64_t>(c), uint32_t(c.count), c.p.a);
          }},
+        {"peak_float32", Data::F32, Data::None, kApart, {Params{}}, strided, false, false,
+         [](bool v, const Call& c) -> int64_t {
+             return TVL_PICK(v, peak_float32)(as_src<const float>(c), uint32_t(c.count));
+         }},
+        {"peak_q5p27", Data::I32, Data::None, kApart, {Params{}}, strided, false, false,
+         [](bool v, const Call& c) -> int64_t {
+             return TVL_PICK(v, peak_q5p27)(as_src<const int32_t>(c), uint32_t(c.count));
+         }},
         {"no_limiter", Data::I64, Data::I32, kNarrowing, stride_list({1, 2, 0, 3}), every_second, false, false,
          [](bool v, const Call& c) -> int64_t {
              TVL_PICK(v, no_limiter)(as_src<const int64_t>(c), as_dst<int32_t>(c), uint32_t(c.count), c.p.stride);

@@ -126,6 +126,18 @@ int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling) {
     return r;
 }
 
+uint32_t peak_float32(const float* src, uint32_t count) {
+    const uint32_t r = vector::peak_float32(src, count);
+    expect_equal(r, scalar::peak_float32(src, count));  // reads only
+    return r;
+}
+
+uint32_t peak_q5p27(const int32_t* src, uint32_t count) {
+    const uint32_t r = vector::peak_q5p27(src, count);
+    expect_equal(r, scalar::peak_q5p27(src, count));  // reads only
+    return r;
+}
+
 void no_limiter(const int64_t* src, int32_t* dst, uint32_t count, int32_t stride) {
     const size_t n = every_second(count, stride);
     Mirror m(src, n * 8, dst, n * 4);

@@ -29,6 +29,8 @@ using namespace tvl::scalar;
 TVL_DECLARE_KERNEL(derive_gain)
 TVL_DECLARE_KERNEL(calculate_block_min_gain)
 TVL_DECLARE_KERNEL(min_required_gain)
+TVL_DECLARE_KERNEL(peak_float32)
+TVL_DECLARE_KERNEL(peak_q5p27)
 
 // src/gain/unity_gain_neon.cpp
 TVL_DECLARE_KERNEL(no_limiter)

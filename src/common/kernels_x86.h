@@ -19,6 +19,10 @@ using namespace tvl::scalar;
 TVL_DECLARE_KERNEL(derive_gain)
 TVL_DECLARE_KERNEL(calculate_block_min_gain)
 TVL_DECLARE_KERNEL(min_required_gain)
+#if defined(__AVX2__)
+TVL_DECLARE_KERNEL(peak_float32)
+TVL_DECLARE_KERNEL(peak_q5p27)
+#endif
 
 TVL_DECLARE_KERNEL(no_limiter)
 TVL_DECLARE_KERNEL(apply_fix_gain)

@@ -40,7 +40,12 @@
 //   min_required_gain: the smallest gain derive_gain would write for `count`
 //     consecutive samples (32767 for none), without writing them: the value
 //     calculate_block_min_gain then finds.
+//   peak_float32, peak_q5p27: the largest float32_magnitude_bits or
+//     q5p27_magnitude of `count` samples (0 for none), to compare with the
+//     quiet bounds of common/sample_rules.h.
 #define TVL_KERNEL_min_required_gain int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling)
+#define TVL_KERNEL_peak_float32 uint32_t peak_float32(const float* src, uint32_t count)
+#define TVL_KERNEL_peak_q5p27 uint32_t peak_q5p27(const int32_t* src, uint32_t count)
 
 #define TVL_DECLARE_KERNEL(name) TVL_KERNEL_##name;
 
@@ -72,7 +77,9 @@
     TVL_ENGINE_KERNELS(X)
 
 #define TVL_ENGINE_KERNELS(X) \
-    X(min_required_gain)
+    X(min_required_gain) \
+    X(peak_float32) \
+    X(peak_q5p27)
 
 namespace tvl::scalar {
 TVL_ALL_KERNELS(TVL_DECLARE_KERNEL)

@@ -72,4 +72,15 @@ void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const int64_t* new_bloc
     rec.last_min_gain = block_min_gain;
 }
 
+void quiet_block_step(LimiterHandle& rec, const unsigned char* input, int32_t* out_block) {
+    const uint32_t samples = samples_per_block(rec.is_stereo);
+    no_limiter(reinterpret_cast<const int64_t*>(rec.delay_line), out_block, samples, 1);
+    auto* delay_line = reinterpret_cast<int64_t*>(rec.delay_line);
+    if (rec.pcm_format == LMTR_PCM_FLOAT32) {
+        copy_float32_to_q33p31(reinterpret_cast<const float*>(input), delay_line, samples);
+    } else {
+        copy_q5p27_to_q33p31(reinterpret_cast<const int32_t*>(input), delay_line, samples);
+    }
+}
+
 }  // namespace tvl

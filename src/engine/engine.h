@@ -14,6 +14,14 @@ namespace tvl {
 // block's place in the delay line. Updates cur_gain and last_min_gain in rec.
 void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const int64_t* new_block, int32_t* out_block);
 
+// The block step for a quiet block after quiet ones, as run_limiting_path
+// finds it: cur_gain and last_min_gain at 32767, no output gain, and a new
+// 32-bit input block (float32 or Q5.27) whose every sample needs no
+// reduction. The general step would emit the held block at unity and leave
+// the gains alone; this one does the same, widening the new block straight
+// from input into the delay line once the held block has left it.
+void quiet_block_step(LimiterHandle& rec, const unsigned char* input, int32_t* out_block);
+
 // The limiting and bypass paths of limiter_all_format() on a local copy of
 // the record, which the caller writes back. frames is at least 64.
 int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsigned char* output,

@@ -1,5 +1,6 @@
 // Gain derivation: the Q15 gain each sample of the look-ahead block needs, and
-// the block's smallest.
+// the block's smallest; the peaks of 32-bit input blocks that tell a quiet
+// block before it is widened.
 #include "common/memory.h"
 #include "common/sample_rules.h"
 #include "common/kernels.h"
@@ -35,6 +36,24 @@ int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling) {
     for (uint32_t i = 0; i < count; ++i) {
         const int32_t g = required_gain(load<int64_t>(src, i), c, threshold);
         r = g < r ? g : r;
+    }
+    return r;
+}
+
+uint32_t peak_float32(const float* src, uint32_t count) {
+    uint32_t r = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        const uint32_t m = float32_magnitude_bits(load<float>(src, i));
+        r = m > r ? m : r;
+    }
+    return r;
+}
+
+uint32_t peak_q5p27(const int32_t* src, uint32_t count) {
+    uint32_t r = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        const uint32_t m = q5p27_magnitude(load<int32_t>(src, i));
+        r = m > r ? m : r;
     }
     return r;
 }

@@ -135,6 +135,34 @@ int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling) {
     return rest < vector_min ? rest : vector_min;
 }
 
+uint32_t peak_float32(const float* src, uint32_t count) {
+    const uint32_t whole = count & ~7u;
+    const uint32x4_t magnitude = vdupq_n_u32(0x7FFFFFFFu);
+    uint32x4_t m = vdupq_n_u32(0);
+    const uint8_t* in = lanes::at(src, 0);
+    for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 32) {
+        const uint8x16x2_t x = vld1q_u8_x2(in);
+        m = vmaxq_u32(m, vmaxq_u32(vandq_u32(vreinterpretq_u32_u8(x.val[0]), magnitude),
+                                   vandq_u32(vreinterpretq_u32_u8(x.val[1]), magnitude)));
+    }
+    const uint32_t rest = scalar::peak_float32(src + whole, count - whole), vector_peak = vmaxvq_u32(m);
+    return rest > vector_peak ? rest : vector_peak;
+}
+
+uint32_t peak_q5p27(const int32_t* src, uint32_t count) {
+    const uint32_t whole = count & ~7u;
+    uint32x4_t m = vdupq_n_u32(0);
+    const uint8_t* in = lanes::at(src, 0);
+    // vabsq_s32 leaves -2^31 as 0x80000000, which read unsigned is its magnitude.
+    for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 32) {
+        const uint8x16x2_t x = vld1q_u8_x2(in);
+        m = vmaxq_u32(m, vmaxq_u32(vreinterpretq_u32_s32(vabsq_s32(vreinterpretq_s32_u8(x.val[0]))),
+                                   vreinterpretq_u32_s32(vabsq_s32(vreinterpretq_s32_u8(x.val[1])))));
+    }
+    const uint32_t rest = scalar::peak_q5p27(src + whole, count - whole), vector_peak = vmaxvq_u32(m);
+    return rest > vector_peak ? rest : vector_peak;
+}
+
 int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride) {
     // The minimum does not depend on the order of the words, so a stereo block
     // (two consecutive words a frame) and a mono one with stride 1 are both a

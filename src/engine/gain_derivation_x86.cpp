@@ -306,6 +306,37 @@ int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling) {
     return rest < r ? rest : r;
 }
 
+#if defined(__AVX2__)
+// The peaks: an unsigned running maximum over eight lanes, folded at the end.
+// (Level 1 and 2 builds run the scalar loops.)
+namespace {
+inline uint32_t horizontal_max_u32(__m256i m) {
+    __m128i h = _mm_max_epu32(_mm256_castsi256_si128(m), _mm256_extracti128_si256(m, 1));
+    h = _mm_max_epu32(h, _mm_shuffle_epi32(h, _MM_SHUFFLE(1, 0, 3, 2)));
+    h = _mm_max_epu32(h, _mm_shuffle_epi32(h, _MM_SHUFFLE(2, 3, 0, 1)));
+    return uint32_t(_mm_cvtsi128_si32(h));
+}
+}  // namespace
+
+uint32_t peak_float32(const float* src, uint32_t count) {
+    const __m256i magnitude = _mm256_set1_epi32(INT32_MAX);
+    __m256i m = _mm256_setzero_si256();
+    uint32_t i = 0;
+    for (; i + 8 <= count; i += 8) m = _mm256_max_epu32(m, _mm256_and_si256(load256(at(src, i, 4)), magnitude));
+    const uint32_t rest = scalar::peak_float32(src + i, count - i), vector_peak = horizontal_max_u32(m);
+    return rest > vector_peak ? rest : vector_peak;
+}
+
+uint32_t peak_q5p27(const int32_t* src, uint32_t count) {
+    __m256i m = _mm256_setzero_si256();
+    uint32_t i = 0;
+    // vpabsd leaves -2^31 as 0x80000000, which read unsigned is its magnitude.
+    for (; i + 8 <= count; i += 8) m = _mm256_max_epu32(m, _mm256_abs_epi32(load256(at(src, i, 4))));
+    const uint32_t rest = scalar::peak_q5p27(src + i, count - i), vector_peak = horizontal_max_u32(m);
+    return rest > vector_peak ? rest : vector_peak;
+}
+#endif  // __AVX2__
+
 int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride) {
     if (count < 1 || (!is_stereo && stride != 1)) return scalar::calculate_block_min_gain(is_stereo, gains, count, stride);
     // Stereo frames are two consecutive words: the minimum over all words.

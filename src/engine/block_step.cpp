@@ -22,19 +22,19 @@ int32_t release(const LimiterHandle& rec, int32_t cur, int32_t target, const int
     const int32_t rise = int32_t(uint32_t(target) - uint32_t(cur));
     const int32_t whole_block_rise = int32_t(uint32_t(rec.release_step) << 6);
     if (rise >= whole_block_rise) {
-        return apply_step_gain_without_saturation(stereo, cur, rec.release_step, held, out, kBlockFrames, 1);
+        return active::apply_step_gain_without_saturation(stereo, cur, rec.release_step, held, out, kBlockFrames, 1);
     }
     // Here 0 < rise < 64 * release_step, so the step is positive and the
     // truncating division climbs at most 63 frames without passing the target.
     const int32_t steps = rise / rec.release_step;
     const uint32_t stepped = uint32_t(steps) * (stereo ? 2u : 1u);
-    if (steps >= 1) apply_step_gain_without_saturation(stereo, cur, rec.release_step, held, out, uint32_t(steps), 1);
+    if (steps >= 1) active::apply_step_gain_without_saturation(stereo, cur, rec.release_step, held, out, uint32_t(steps), 1);
     const int64_t* rest_in = held + stepped;
     int32_t* rest_out = out + stepped;
     if (target == kUnityGain) {
-        no_limiter(rest_in, rest_out, samples - stepped, 1);
+        active::no_limiter(rest_in, rest_out, samples - stepped, 1);
     } else {
-        apply_fix_gain(target, rest_in, rest_out, int32_t(samples - stepped), 1);
+        active::apply_fix_gain(target, rest_in, rest_out, int32_t(samples - stepped), 1);
     }
     return target;
 }
@@ -55,31 +55,31 @@ void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const int64_t* new_bloc
     int32_t cur = rec.cur_gain;
     if (target >= kUnityGain && cur >= kUnityGain) {
         // Exact unity; the Q15 rule at 32767 would scale by 32767/32768.
-        no_limiter(held, out_block, samples, 1);
+        active::no_limiter(held, out_block, samples, 1);
         cur = target;
     } else if (target == cur) {
-        apply_fix_gain(cur, held, out_block, int32_t(samples), 1);
+        active::apply_fix_gain(cur, held, out_block, int32_t(samples), 1);
     } else if (target < cur) {
-        apply_targ_gain(stereo, cur, target, held, out_block, LMTR_RAMP_TABLE, kBlockFrames, 1);
+        active::apply_targ_gain(stereo, cur, target, held, out_block, LMTR_RAMP_TABLE, kBlockFrames, 1);
         cur = target;
     } else {
         cur = release(rec, cur, target, held, out_block);
     }
 
     copy_bytes(rec.delay_line, new_block, samples * sizeof(int64_t));
-    if (rec.makeup_gain <= 32766u) apply_makeup_gain(out_block, samples, int32_t(rec.makeup_gain));
+    if (rec.makeup_gain <= 32766u) active::apply_makeup_gain(out_block, samples, int32_t(rec.makeup_gain));
     rec.cur_gain = cur;
     rec.last_min_gain = block_min_gain;
 }
 
 void quiet_block_step(LimiterHandle& rec, const unsigned char* input, int32_t* out_block) {
     const uint32_t samples = samples_per_block(rec.is_stereo);
-    no_limiter(reinterpret_cast<const int64_t*>(rec.delay_line), out_block, samples, 1);
+    active::no_limiter(reinterpret_cast<const int64_t*>(rec.delay_line), out_block, samples, 1);
     auto* delay_line = reinterpret_cast<int64_t*>(rec.delay_line);
     if (rec.pcm_format == LMTR_PCM_FLOAT32) {
-        copy_float32_to_q33p31(reinterpret_cast<const float*>(input), delay_line, samples);
+        active::copy_float32_to_q33p31(reinterpret_cast<const float*>(input), delay_line, samples);
     } else {
-        copy_q5p27_to_q33p31(reinterpret_cast<const int32_t*>(input), delay_line, samples);
+        active::copy_q5p27_to_q33p31(reinterpret_cast<const int32_t*>(input), delay_line, samples);
     }
 }
 

@@ -7,6 +7,7 @@
 // block leaves faded from the gain reached so far (cur_gain) to the gain it
 // needs itself (last_min_gain), and the first input block is held faded from
 // that gain back up to unity. Every later block passes untouched.
+#include "common/kernels.h"
 #include "common/memory.h"
 #include "common/sample_rules.h"
 #include "engine/engine.h"
@@ -30,16 +31,16 @@ void switch_into_bypass(LimiterHandle& rec, const Blocks& b, const unsigned char
     unsigned char* held = rec.delay_line;
     if (!(g0 == kUnityGain && g1 == kUnityGain)) {
         auto* held64 = reinterpret_cast<int64_t*>(held);
-        apply_ramp_gain_for_q33p31(stereo, g0, g1, held64, held64, LMTR_RAMP_TABLE, kBlockFrames, 1);
+        active::apply_ramp_gain_for_q33p31(stereo, g0, g1, held64, held64, LMTR_RAMP_TABLE, kBlockFrames, 1);
     }
     if (rec.pcm_format == LMTR_PCM_Q33P31) {
         copy_bytes(scratch_block, input, b.bytes64);
-        move_from_q33p31_to_q1p31(reinterpret_cast<const int64_t*>(held), reinterpret_cast<int32_t*>(output),
+        active::move_from_q33p31_to_q1p31(reinterpret_cast<const int64_t*>(held), reinterpret_cast<int32_t*>(output),
                                   b.samples);
         copy_bytes(held, scratch_block, b.bytes64);
         if (g1 != kUnityGain) {
             auto* held64 = reinterpret_cast<int64_t*>(held);
-            apply_ramp_gain_for_q33p31(stereo, g1, kUnityGain, held64, held64, LMTR_RAMP_TABLE, kBlockFrames, 1);
+            active::apply_ramp_gain_for_q33p31(stereo, g1, kUnityGain, held64, held64, LMTR_RAMP_TABLE, kBlockFrames, 1);
         }
         input += b.bytes64;
     } else {
@@ -49,10 +50,10 @@ void switch_into_bypass(LimiterHandle& rec, const Blocks& b, const unsigned char
         copy_bytes(held, scratch_block, b.bytes32);
         if (g1 != kUnityGain && rec.pcm_format == LMTR_PCM_FLOAT32) {
             auto* heldf = reinterpret_cast<float*>(held);
-            apply_ramp_gain_for_float32(stereo, g1, kUnityGain, heldf, heldf, LMTR_RAMP_TABLE, kBlockFrames, 1);
+            active::apply_ramp_gain_for_float32(stereo, g1, kUnityGain, heldf, heldf, LMTR_RAMP_TABLE, kBlockFrames, 1);
         } else if (g1 != kUnityGain && rec.pcm_format == LMTR_PCM_Q5P27) {
             auto* held32 = reinterpret_cast<int32_t*>(held);
-            apply_ramp_gain_for_q5p27(stereo, g1, kUnityGain, held32, held32, LMTR_RAMP_TABLE, kBlockFrames, 1);
+            active::apply_ramp_gain_for_q5p27(stereo, g1, kUnityGain, held32, held32, LMTR_RAMP_TABLE, kBlockFrames, 1);
         }
         input += b.bytes32;
     }
@@ -80,7 +81,7 @@ void steady_copy(const LimiterHandle& rec, const Blocks& b, const unsigned char*
     // Q33.31 in, Q1.31 out: 8 bytes read for every 4 written, so each output
     // block lies at or below its input block.
     auto narrow = [&](const void* src, void* dst, uint32_t count) {
-        move_from_q33p31_to_q1p31(static_cast<const int64_t*>(src), static_cast<int32_t*>(dst), count);
+        active::move_from_q33p31_to_q1p31(static_cast<const int64_t*>(src), static_cast<int32_t*>(dst), count);
     };
     copy_bytes(scratch_block, input, b.bytes64);
     narrow(held, output, b.samples);

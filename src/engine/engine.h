@@ -4,6 +4,7 @@
 #include <stdint.h>
 
 #include "common/instance.h"
+#include "common/kernels.h"
 #include "taviklimiter.h"
 
 namespace tvl {
@@ -33,12 +34,12 @@ int32_t run_bypass_path(LimiterHandle& rec, const unsigned char* input, unsigned
 // `held` to format `wanted` in place; nothing when they are equal.
 inline void reencode_delay_line(unsigned char* delay_line, uint32_t held, uint32_t wanted, uint32_t samples) {
     switch (held * 3 + wanted) {
-        case LMTR_PCM_Q33P31 * 3 + LMTR_PCM_FLOAT32: convert_from_q33p31_to_float32(delay_line, samples); break;
-        case LMTR_PCM_Q33P31 * 3 + LMTR_PCM_Q5P27: convert_from_q33p31_to_q5p27(delay_line, samples); break;
-        case LMTR_PCM_FLOAT32 * 3 + LMTR_PCM_Q33P31: convert_from_float32_to_q33p31(delay_line, samples); break;
-        case LMTR_PCM_FLOAT32 * 3 + LMTR_PCM_Q5P27: convert_from_float32_to_q5p27(delay_line, samples); break;
-        case LMTR_PCM_Q5P27 * 3 + LMTR_PCM_Q33P31: convert_from_q5p27_to_q33p31(delay_line, samples); break;
-        case LMTR_PCM_Q5P27 * 3 + LMTR_PCM_FLOAT32: convert_from_q5p27_to_float32(delay_line, samples); break;
+        case LMTR_PCM_Q33P31 * 3 + LMTR_PCM_FLOAT32: active::convert_from_q33p31_to_float32(delay_line, samples); break;
+        case LMTR_PCM_Q33P31 * 3 + LMTR_PCM_Q5P27: active::convert_from_q33p31_to_q5p27(delay_line, samples); break;
+        case LMTR_PCM_FLOAT32 * 3 + LMTR_PCM_Q33P31: active::convert_from_float32_to_q33p31(delay_line, samples); break;
+        case LMTR_PCM_FLOAT32 * 3 + LMTR_PCM_Q5P27: active::convert_from_float32_to_q5p27(delay_line, samples); break;
+        case LMTR_PCM_Q5P27 * 3 + LMTR_PCM_Q33P31: active::convert_from_q5p27_to_q33p31(delay_line, samples); break;
+        case LMTR_PCM_Q5P27 * 3 + LMTR_PCM_FLOAT32: active::convert_from_q5p27_to_float32(delay_line, samples); break;
         default: break;  // same format, or a code outside 0..2
     }
 }

@@ -71,8 +71,8 @@ int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsign
         } else {
             switch (rec.pcm_format) {
                 case LMTR_PCM_Q33P31: copy_bytes(scratch_block, in, in_block_bytes); break;
-                case LMTR_PCM_FLOAT32: copy_float32_to_q33p31(reinterpret_cast<const float*>(in), scratch_block, samples); break;
-                default: copy_q5p27_to_q33p31(reinterpret_cast<const int32_t*>(in), scratch_block, samples); break;
+                case LMTR_PCM_FLOAT32: active::copy_float32_to_q33p31(reinterpret_cast<const float*>(in), scratch_block, samples); break;
+                default: active::copy_q5p27_to_q33p31(reinterpret_cast<const int32_t*>(in), scratch_block, samples); break;
             }
             // Q1.31 output is emitted where it belongs; the other formats are
             // converted from out_block.
@@ -81,8 +81,8 @@ int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsign
         }
         switch (rec.pcm_format) {
             case LMTR_PCM_Q33P31: break;
-            case LMTR_PCM_FLOAT32: copy_q1p31_to_float32(out_block, reinterpret_cast<float*>(out), samples); break;
-            default: copy_q1p31_to_q5p27(out_block, reinterpret_cast<int32_t*>(out), samples); break;
+            case LMTR_PCM_FLOAT32: active::copy_q1p31_to_float32(out_block, reinterpret_cast<float*>(out), samples); break;
+            default: active::copy_q1p31_to_q5p27(out_block, reinterpret_cast<int32_t*>(out), samples); break;
         }
     }
     rec.prev_state = LMTR_STATE_LIMITING;

@@ -40,23 +40,22 @@ int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling) {
     return r;
 }
 
-uint32_t peak_float32(const float* src, uint32_t count) {
+namespace {
+// The largest magnitude(sample) of count samples, 0 for none.
+template <typename T, uint32_t (*magnitude)(T)>
+uint32_t peak(const T* src, uint32_t count) {
     uint32_t r = 0;
     for (uint32_t i = 0; i < count; ++i) {
-        const uint32_t m = float32_magnitude_bits(load<float>(src, i));
+        const uint32_t m = magnitude(load<T>(src, i));
         r = m > r ? m : r;
     }
     return r;
 }
+}  // namespace
 
-uint32_t peak_q5p27(const int32_t* src, uint32_t count) {
-    uint32_t r = 0;
-    for (uint32_t i = 0; i < count; ++i) {
-        const uint32_t m = q5p27_magnitude(load<int32_t>(src, i));
-        r = m > r ? m : r;
-    }
-    return r;
-}
+uint32_t peak_float32(const float* src, uint32_t count) { return peak<float, float32_magnitude_bits>(src, count); }
+
+uint32_t peak_q5p27(const int32_t* src, uint32_t count) { return peak<int32_t, q5p27_magnitude>(src, count); }
 
 }  // namespace tvl::scalar
 

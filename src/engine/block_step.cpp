@@ -67,7 +67,7 @@ void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const int64_t* new_bloc
     }
 
     copy_bytes(rec.delay_line, new_block, samples * sizeof(int64_t));
-    if (rec.makeup_gain <= 32766u) active::apply_makeup_gain(out_block, samples, int32_t(rec.makeup_gain));
+    if (makeup_gain_set(rec)) active::apply_makeup_gain(out_block, samples, int32_t(rec.makeup_gain));
     rec.cur_gain = cur;
     rec.last_min_gain = block_min_gain;
 }
@@ -75,12 +75,7 @@ void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const int64_t* new_bloc
 void quiet_block_step(LimiterHandle& rec, const unsigned char* input, int32_t* out_block) {
     const uint32_t samples = samples_per_block(rec.is_stereo);
     active::no_limiter(reinterpret_cast<const int64_t*>(rec.delay_line), out_block, samples, 1);
-    auto* delay_line = reinterpret_cast<int64_t*>(rec.delay_line);
-    if (rec.pcm_format == LMTR_PCM_FLOAT32) {
-        active::copy_float32_to_q33p31(reinterpret_cast<const float*>(input), delay_line, samples);
-    } else {
-        active::copy_q5p27_to_q33p31(reinterpret_cast<const int32_t*>(input), delay_line, samples);
-    }
+    widen_block(rec.pcm_format, input, reinterpret_cast<int64_t*>(rec.delay_line), samples);
 }
 
 }  // namespace tvl

@@ -5,9 +5,24 @@
 
 #include "common/instance.h"
 #include "common/kernels.h"
+#include "common/memory.h"
 #include "taviklimiter.h"
 
 namespace tvl {
+
+// Whether the output gain applies: makeup_gain of 32766 or less (unsigned);
+// the default 32767 leaves the output alone.
+inline bool makeup_gain_set(const LimiterHandle& rec) { return rec.makeup_gain <= 32766u; }
+
+// Widens one input block of format `format` (0 to 2) to Q33.31 at dst:
+// Q33.31 is copied as it is.
+inline void widen_block(uint32_t format, const unsigned char* input, int64_t* dst, uint32_t samples) {
+    switch (format) {
+        case LMTR_PCM_Q33P31: copy_bytes(dst, input, size_t(samples) * 8); break;
+        case LMTR_PCM_FLOAT32: active::copy_float32_to_q33p31(reinterpret_cast<const float*>(input), dst, samples); break;
+        default: active::copy_q5p27_to_q33p31(reinterpret_cast<const int32_t*>(input), dst, samples); break;
+    }
+}
 
 // One limiting block step. new_block holds the block just read (Q33.31,
 // samples_per_block words); out_block (samples_per_block 32-bit words)

@@ -247,6 +247,14 @@ inline int32_t horizontal_min(__m128i m) {
 inline int32_t horizontal_min(__m256i m) {
     return horizontal_min(_mm_min_epi32(_mm256_castsi256_si128(m), _mm256_extracti128_si256(m, 1)));
 }
+
+// The largest of eight unsigned lanes.
+inline uint32_t horizontal_max_u32(__m256i m) {
+    __m128i h = _mm_max_epu32(_mm256_castsi256_si128(m), _mm256_extracti128_si256(m, 1));
+    h = _mm_max_epu32(h, _mm_shuffle_epi32(h, _MM_SHUFFLE(1, 0, 3, 2)));
+    h = _mm_max_epu32(h, _mm_shuffle_epi32(h, _MM_SHUFFLE(2, 3, 0, 1)));
+    return uint32_t(_mm_cvtsi128_si32(h));
+}
 #endif
 
 }  // namespace
@@ -309,14 +317,6 @@ int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling) {
 #if defined(__AVX2__)
 // The peaks: an unsigned running maximum over eight lanes, folded at the end.
 // (Level 1 and 2 builds run the scalar loops.)
-namespace {
-inline uint32_t horizontal_max_u32(__m256i m) {
-    __m128i h = _mm_max_epu32(_mm256_castsi256_si128(m), _mm256_extracti128_si256(m, 1));
-    h = _mm_max_epu32(h, _mm_shuffle_epi32(h, _MM_SHUFFLE(1, 0, 3, 2)));
-    h = _mm_max_epu32(h, _mm_shuffle_epi32(h, _MM_SHUFFLE(2, 3, 0, 1)));
-    return uint32_t(_mm_cvtsi128_si32(h));
-}
-}  // namespace
 
 uint32_t peak_float32(const float* src, uint32_t count) {
     const __m256i magnitude = _mm256_set1_epi32(INT32_MAX);

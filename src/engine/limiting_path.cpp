@@ -66,14 +66,10 @@ int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsign
         const unsigned char* in = input + k * in_block_bytes;
         unsigned char* out = output + k * out_block_bytes;
         if (quiet.possible && rec.cur_gain == kUnityGain && rec.last_min_gain == kUnityGain &&
-            rec.makeup_gain > 32766u && quiet.passes(in, samples)) {
+            !makeup_gain_set(rec) && quiet.passes(in, samples)) {
             quiet_block_step(rec, in, out_block);
         } else {
-            switch (rec.pcm_format) {
-                case LMTR_PCM_Q33P31: copy_bytes(scratch_block, in, in_block_bytes); break;
-                case LMTR_PCM_FLOAT32: active::copy_float32_to_q33p31(reinterpret_cast<const float*>(in), scratch_block, samples); break;
-                default: active::copy_q5p27_to_q33p31(reinterpret_cast<const int32_t*>(in), scratch_block, samples); break;
-            }
+            widen_block(rec.pcm_format, in, scratch_block, samples);
             // Q1.31 output is emitted where it belongs; the other formats are
             // converted from out_block.
             limiter_primary_q33p31_to_q1p31(

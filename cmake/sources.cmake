@@ -7,6 +7,7 @@ set(TAVIKLIMITER_SOURCES
     src/engine/limiting_path.cpp
     src/engine/bypass_path.cpp
     src/engine/block_step.cpp
+    src/engine/required_gain.cpp
     src/engine/gain_derivation.cpp
     src/gain/unity_gain.cpp
     src/gain/release_step.cpp

@@ -101,6 +101,38 @@ TEST_P(BlockStep, EmitsTheHeldBlockWithTheGainsOfItsCase) {
 
 INSTANTIATE_TEST_SUITE_P(Channels, BlockStep, ::testing::Bool());
 
+// The gain a new block needs, under ceilings that only a changed record
+// holds: what derive_gain and calculate_block_min_gain find over the block
+// widened, in every input format. The block holds noise with samples at its
+// ceiling's threshold and one above.
+TEST(BlockGain, FollowsAnyCeiling) {
+    for (int32_t ceiling : {16384, 431, 1, 0, -1, -32768, 0x12345, 0x18000}) {
+        for (uint32_t fmt : kFormats) {
+            SCOPED_TRACE(::testing::Message() << "ceiling " << ceiling << ", format " << fmt);
+            const bool stereo = true;
+            const uint32_t n = samples_per_block(stereo);
+            const int64_t t = std::max<int64_t>(0, tvl::gain_threshold(tvl::ceiling_q15(ceiling)));
+            std::mt19937_64 rng(uint64_t(ceiling) * 3 + fmt);
+            std::vector<int64_t> nominal(n);
+            for (auto& x : nominal) x = int64_t(rng() % uint64_t(2 * t + 2)) - t;  // within the threshold
+            nominal[5] = t + 1, nominal[9] = -t, nominal[n - 1] = t;
+            const auto fresh = encoded(fmt, nominal);
+            std::vector<int64_t> wide(n);
+            std::vector<int32_t> gains(n);
+            for (uint32_t i = 0; i < n; ++i) wide[i] = ref::widen(fmt, fresh.data(), i);
+            derive_gain(wide.data(), gains.data(), n, ceiling, 1);
+            const int32_t want = calculate_block_min_gain(1, gains.data(), 64, 1);
+
+            Instance inst(fmt, stereo);
+            inst.edit([&](LimiterHandle& r) { r.ceiling = ceiling; });
+            std::vector<int32_t> out(n);
+            ASSERT_EQ(inst.engine(fresh.data(), out.data(), 64), LMTR_OK);
+            EXPECT_EQ(inst.rec().last_min_gain, want);
+            EXPECT_TRUE(same_bytes(inst.delay(), wide.data(), n * 8)) << "the new block is held, widened";
+        }
+    }
+}
+
 // ---- End to end through Limiter_Process ------------------------------------------
 
 class EndToEnd : public ::testing::TestWithParam<std::tuple<uint32_t, bool>> {};
@@ -400,36 +432,29 @@ TEST(BypassFormats, OpenInBypassThenChangeFormat) {
     }
 }
 
-// ---- Quiet blocks told from 32-bit input ------------------------------------
+// ---- Gains found from the input's own format --------------------------------
 
-// The quiet bounds are tight: the bound widens to at most the threshold, the
-// next value above it to more.
-TEST(QuietBounds, AreTheLargestInputsThatNeedNoReduction) {
-    for (int32_t c : {32767, 32730, 16384, 1, 0}) {
-        SCOPED_TRACE(c);
-        const int64_t t = tvl::gain_threshold(c);
-        const uint32_t f = tvl::float32_quiet_bound(t);
-        const auto widen = [](uint32_t bits) { return tvl::float32_to_q33p31(std::bit_cast<float>(bits)); };
-        EXPECT_LE(widen(f), t);
-        EXPECT_GE(widen(f | 0x80000000u), -t);
-        EXPECT_GT(widen(f + 1), t);
-        const uint32_t w = tvl::q5p27_quiet_bound(t);
-        EXPECT_LE(tvl::q5p27_to_q33p31(int32_t(w)), t);
-        EXPECT_GT(tvl::q5p27_to_q33p31(int32_t(w + 1)), t);
-    }
+// The largest magnitude bits of a float32 sample that widens to at most t.
+uint32_t last_float_within(int64_t t) {
+    uint32_t bits = std::bit_cast<uint32_t>(float(double(t) * 0x1p-31));
+    while (tvl::float32_to_q33p31(std::bit_cast<float>(bits)) > t) --bits;
+    while (tvl::float32_to_q33p31(std::bit_cast<float>(bits + 1)) <= t) ++bits;
+    return bits;
 }
 
 // A float32 or Q5.27 stream and the same stream widened to Q33.31 give the
-// same output (Q1.31 for the widened one), whether a block is told quiet from
-// its input or goes through the general step: blocks sit just inside and just
-// outside the threshold, with the stray sample at every position class.
-TEST(QuietBlocks, ThirtyTwoBitInputMatchesItsWidenedStream) {
+// same output (Q1.31 for the widened one), the gains found from the peaks of
+// the input blocks in their own format: blocks sit just inside and just
+// outside the threshold, with the stray sample of either sign at every
+// position class (a negative float widens to a magnitude up to 1 below its
+// positive twin's).
+TEST(BlockPeaks, ThirtyTwoBitInputMatchesItsWidenedStream) {
     const int64_t t = tvl::gain_threshold(32767);
     for (uint32_t fmt : {LMTR_PCM_FLOAT32, LMTR_PCM_Q5P27}) {
         for (bool stereo : {false, true}) {
             SCOPED_TRACE(::testing::Message() << "format " << fmt << (stereo ? " stereo" : " mono"));
             const uint32_t n = samples_per_block(stereo);
-            const uint32_t edge = fmt == LMTR_PCM_FLOAT32 ? tvl::float32_quiet_bound(t) : tvl::q5p27_quiet_bound(t);
+            const uint32_t edge = fmt == LMTR_PCM_FLOAT32 ? last_float_within(t) : uint32_t(t >> 4);
             // Words of the stream: block b holds quiet noise with, in odd
             // blocks, one word at the bound plus 0 or 1, of either sign.
             std::vector<uint32_t> words;

@@ -116,6 +116,39 @@ TEST(BlockMinGain, Table) {
     }
 }
 
+// For every ceiling of 0 or more the block's largest magnitude decides its
+// smallest gain: what derive_gain and calculate_block_min_gain find over the
+// whole block, capped at unity.
+TEST(BlockPeaks, DecideTheSmallestGain) {
+    SampleGen gen(0x5EED);
+    for (int32_t c : {32767, 32730, 16384, 432, 431, 2, 1, 0}) {
+        SCOPED_TRACE(c);
+        const int64_t t = tvl::gain_threshold(c);
+        std::vector<int64_t> block(128);
+        std::vector<int32_t> gains(128);
+        for (uint32_t trial = 0; trial < 3000; ++trial) {
+            // Every third block is short and lies at the threshold, by -1 to
+            // +2 (t + 1 is the one magnitude that gets a gain above unity,
+            // for ceilings up to 431), every third within a few d steps of it.
+            const uint32_t n = trial % 3 == 0 ? 1 + trial % 4 : 1 + trial % 128;
+            for (uint32_t i = 0; i < n; ++i) {
+                const int64_t sign = gen.between(0, 1) ? 1 : -1;
+                block[i] = trial % 3 == 0   ? (t + gen.between(-1, 2)) * sign
+                           : trial % 3 == 1 ? (t + gen.between(-70000, 70000)) * sign
+                                            : gen.q33p31();
+            }
+            derive_gain(block.data(), gains.data(), n, c, 1);
+            const int32_t want = calculate_block_min_gain(0, gains.data(), int32_t(n), 1);
+            uint64_t peak = 0;
+            for (uint32_t i = 0; i < n; ++i) {
+                const uint64_t m = block[i] < 0 ? 0 - uint64_t(block[i]) : uint64_t(block[i]);
+                peak = std::max(peak, m);
+            }
+            ASSERT_EQ(tvl::min_required_gain_of_peak(peak, c, t), want) << "trial " << trial;
+        }
+    }
+}
+
 // ---- The Q15 rule and the gains that use it ---------------------------------------------------
 
 TEST(Q15Rule, FloorsAndWrapsInEveryKernelThatScales) {

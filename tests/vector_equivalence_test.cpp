@@ -129,14 +129,13 @@ const std::initializer_list<std::pair<int32_t, int32_t>> kStepPairs = {
     {16384, 4},  {32763, 4}, {32767, 4},  {0, -3}, {20000, 100}, {INT32_MAX, INT32_MAX},
     {INT32_MIN, -1}, {-7, 65536}, {30000, 0}, {12345, 1}};
 
-std::vector<Params> ceiling_list(bool strided = true) {
+std::vector<Params> ceiling_list() {
     std::vector<Params> out;
     for (int32_t c : {32767, 16384, 1, 0, -1, -32768, 65535, 0x12345, 32730}) {
         Params p;
         p.a = c;
         out.push_back(p);
     }
-    if (!strided) return out;
     for (int32_t s : {2, 3}) {
         Params p;
         p.a = 32767;
@@ -188,17 +187,17 @@ const std::vector<Kernel>& kernels() {
              return TVL_PICK(v, calculate_block_min_gain)(c.p.stereo, as_src<const int32_t>(c), int32_t(c.count),
                                                           c.p.stride);
          }},
-        {"min_required_gain", Data::I64, Data::None, kApart, ceiling_list(false), strided, false, false,
+        {"peak_q33p31", Data::I64, Data::None, kApart, {Params{}}, strided, false, false,
          [](bool v, const Call& c) -> int64_t {
-             return TVL_PICK(v, min_required_gain)(as_src<const int64_t>(c), uint32_t(c.count), c.p.a);
+             return int64_t(TVL_PICK(v, peak_q33p31)(as_src<const int64_t>(c), uint32_t(c.count)));
          }},
         {"peak_float32", Data::F32, Data::None, kApart, {Params{}}, strided, false, false,
          [](bool v, const Call& c) -> int64_t {
-             return TVL_PICK(v, peak_float32)(as_src<const float>(c), uint32_t(c.count));
+             return int64_t(TVL_PICK(v, peak_float32)(as_src<const float>(c), uint32_t(c.count)));
          }},
         {"peak_q5p27", Data::I32, Data::None, kApart, {Params{}}, strided, false, false,
          [](bool v, const Call& c) -> int64_t {
-             return TVL_PICK(v, peak_q5p27)(as_src<const int32_t>(c), uint32_t(c.count));
+             return int64_t(TVL_PICK(v, peak_q5p27)(as_src<const int32_t>(c), uint32_t(c.count)));
          }},
         {"no_limiter", Data::I64, Data::I32, kNarrowing, stride_list({1, 2, 0, 3}), every_second, false, false,
          [](bool v, const Call& c) -> int64_t {

@@ -89,6 +89,14 @@ void expect_equal(int64_t a, int64_t b) {
     if (a != b) __builtin_trap();
 }
 
+// A kernel that only reads: the vector result, checked against the scalar one.
+template <typename R, typename... Args>
+R checked_result(R (*vector_kernel)(Args...), R (*scalar_kernel)(Args...), Args... args) {
+    const R r = vector_kernel(args...);
+    expect_equal(int64_t(r), int64_t(scalar_kernel(args...)));
+    return r;
+}
+
 // Positions reached: count samples, every second with stride 2.
 size_t every_second(uint32_t count, int32_t stride) {
     return count == 0 ? 0 : stride == 2 ? size_t(count) * 2 - 1 : size_t(count);
@@ -115,27 +123,20 @@ void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t cei
 }
 
 int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride) {
-    const int32_t r = vector::calculate_block_min_gain(is_stereo, gains, count, stride);
-    expect_equal(r, scalar::calculate_block_min_gain(is_stereo, gains, count, stride));  // reads only
-    return r;
+    return checked_result(vector::calculate_block_min_gain, scalar::calculate_block_min_gain, is_stereo, gains, count,
+                          stride);
 }
 
-int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling) {
-    const int32_t r = vector::min_required_gain(src, count, ceiling);
-    expect_equal(r, scalar::min_required_gain(src, count, ceiling));  // reads only
-    return r;
+uint64_t peak_q33p31(const int64_t* src, uint32_t count) {
+    return checked_result(vector::peak_q33p31, scalar::peak_q33p31, src, count);
 }
 
-uint32_t peak_float32(const float* src, uint32_t count) {
-    const uint32_t r = vector::peak_float32(src, count);
-    expect_equal(r, scalar::peak_float32(src, count));  // reads only
-    return r;
+uint64_t peak_float32(const float* src, uint32_t count) {
+    return checked_result(vector::peak_float32, scalar::peak_float32, src, count);
 }
 
-uint32_t peak_q5p27(const int32_t* src, uint32_t count) {
-    const uint32_t r = vector::peak_q5p27(src, count);
-    expect_equal(r, scalar::peak_q5p27(src, count));  // reads only
-    return r;
+uint64_t peak_q5p27(const int32_t* src, uint32_t count) {
+    return checked_result(vector::peak_q5p27, scalar::peak_q5p27, src, count);
 }
 
 void no_limiter(const int64_t* src, int32_t* dst, uint32_t count, int32_t stride) {

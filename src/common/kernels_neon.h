@@ -28,7 +28,7 @@ using namespace tvl::scalar;
 // src/engine/gain_derivation_neon.cpp
 TVL_DECLARE_KERNEL(derive_gain)
 TVL_DECLARE_KERNEL(calculate_block_min_gain)
-TVL_DECLARE_KERNEL(min_required_gain)
+TVL_DECLARE_KERNEL(peak_q33p31)
 TVL_DECLARE_KERNEL(peak_float32)
 TVL_DECLARE_KERNEL(peak_q5p27)
 

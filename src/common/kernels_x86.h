@@ -18,9 +18,9 @@ using namespace tvl::scalar;
 
 TVL_DECLARE_KERNEL(derive_gain)
 TVL_DECLARE_KERNEL(calculate_block_min_gain)
-TVL_DECLARE_KERNEL(min_required_gain)
-#if defined(__AVX2__)
 TVL_DECLARE_KERNEL(peak_float32)
+#if defined(__AVX2__)
+TVL_DECLARE_KERNEL(peak_q33p31)
 TVL_DECLARE_KERNEL(peak_q5p27)
 #endif
 

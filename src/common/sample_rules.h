@@ -111,32 +111,19 @@ constexpr int32_t required_gain(int64_t x, int32_t c, int64_t threshold) {
     return reduced_gain(m, c);
 }
 
-// ---- Quiet input -----------------------------------------------------------
-// A block whose every sample widens to a magnitude at or below the threshold
-// needs no reduction. For 32-bit input this is told from the input itself.
-
-// A float32 sample's magnitude as its bits with the sign cleared: ordered as
-// |x| for numbers, with infinity above them and NaN above infinity.
-constexpr uint32_t float32_magnitude_bits(float x) { return __builtin_bit_cast(uint32_t, x) & 0x7FFFFFFFu; }
-
-// The largest magnitude bits of a float32 sample whose Q33.31 magnitude stays
-// at or below threshold (0 <= threshold < 2^31): the largest float F below
-// (threshold + 0.5) * 2^-31, since x * 2^31 + 0.5 < threshold + 1 truncates
-// to at most threshold; a negative sample widens to a magnitude no larger
-// than its positive twin's. Correct in any rounding mode: the conversion to
-// float lands on F or on the float just above, which is then stepped down.
-constexpr uint32_t float32_quiet_bound(int64_t threshold) {
-    const double limit = (double(threshold) + 0.5) * 0x1p-31;
-    const float f = float(limit);
-    const uint32_t bits = __builtin_bit_cast(uint32_t, f);
-    return double(f) < limit ? bits : bits - 1;
+// The smallest required gain of a block, capped at unity, for a ceiling
+// c >= 0, from the block's largest magnitude alone. For c >= 0 the capped gain
+// never rises with the magnitude: 32767 up to the threshold; above it
+// (m >= 65535 for c >= 1) d = m >> 15 >= 1 grows with m, q = N / d shrinks,
+// (c * q) >> 15 and the clearing of bit 0 keep that order, and the 0 given
+// from 2^46 on lies below every other gain (c = 0 gives 0 throughout). So the
+// sample of largest magnitude needs the smallest gain. Not for c < 0, where
+// the order turns round.
+constexpr int32_t min_required_gain_of_peak(uint64_t peak, int32_t c, int64_t threshold) {
+    if (peak <= uint64_t(threshold)) return kUnityGain;
+    const int32_t g = reduced_gain(peak, c);
+    return g < kUnityGain ? g : kUnityGain;
 }
-
-// A Q5.27 sample's magnitude, unsigned (-2^31 gives 2^31).
-constexpr uint32_t q5p27_magnitude(int32_t w) { return w < 0 ? 0u - uint32_t(w) : uint32_t(w); }
-
-// Q5.27 widens exactly to 16 * w: quiet when |w| <= floor(threshold / 16).
-constexpr uint32_t q5p27_quiet_bound(int64_t threshold) { return uint32_t(threshold >> 4); }
 
 // ---- Format conversions ----------------------------------------------------
 

@@ -35,17 +35,13 @@
 #define TVL_KERNEL_move_from_q33p31_to_q1p31 void move_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count)
 #define TVL_KERNEL_clip_from_q33p31_to_q1p31 void clip_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count)
 
-// Kernels of the engine's own, not exported: faster equivalents of a
-// sequence of exported kernels, with the same bytes where they write.
-//   min_required_gain: the smallest gain derive_gain would write for `count`
-//     consecutive samples (32767 for none), without writing them: the value
-//     calculate_block_min_gain then finds.
-//   peak_float32, peak_q5p27: the largest float32_magnitude_bits or
-//     q5p27_magnitude of `count` samples (0 for none), to compare with the
-//     quiet bounds of common/sample_rules.h.
-#define TVL_KERNEL_min_required_gain int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling)
-#define TVL_KERNEL_peak_float32 uint32_t peak_float32(const float* src, uint32_t count)
-#define TVL_KERNEL_peak_q5p27 uint32_t peak_q5p27(const int32_t* src, uint32_t count)
+// Kernels of the engine's own, not exported.
+//   peak_q33p31, peak_float32, peak_q5p27: the largest magnitude of `count`
+//     samples once widened to Q33.31 (as unsigned; 0 for none), from which
+//     the engine finds the smallest gain the block needs.
+#define TVL_KERNEL_peak_q33p31 uint64_t peak_q33p31(const int64_t* src, uint32_t count)
+#define TVL_KERNEL_peak_float32 uint64_t peak_float32(const float* src, uint32_t count)
+#define TVL_KERNEL_peak_q5p27 uint64_t peak_q5p27(const int32_t* src, uint32_t count)
 
 #define TVL_DECLARE_KERNEL(name) TVL_KERNEL_##name;
 
@@ -77,7 +73,7 @@
     TVL_ENGINE_KERNELS(X)
 
 #define TVL_ENGINE_KERNELS(X) \
-    X(min_required_gain) \
+    X(peak_q33p31) \
     X(peak_float32) \
     X(peak_q5p27)
 

@@ -41,41 +41,32 @@ int32_t release(const LimiterHandle& rec, int32_t cur, int32_t target, const int
 
 }  // namespace
 
-void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const int64_t* new_block, int32_t* out_block) {
+void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const unsigned char* input, uint32_t format,
+                                     int32_t block_min_gain, int32_t* emitted) {
     const int32_t stereo = int32_t(rec.is_stereo);
     const uint32_t samples = samples_per_block(rec.is_stereo);
-    const int64_t* held = reinterpret_cast<const int64_t*>(rec.delay_line);
-
-    // The smallest gain the new block needs, as derive_gain and
-    // calculate_block_min_gain find it; the gains themselves are not kept
-    // (out_block would hold them only until the emission overwrites it).
-    const int32_t block_min_gain = active::min_required_gain(new_block, samples, rec.ceiling);
+    auto* delay_line = reinterpret_cast<int64_t*>(rec.delay_line);
     const int32_t target = block_min_gain < rec.last_min_gain ? block_min_gain : rec.last_min_gain;
 
     int32_t cur = rec.cur_gain;
     if (target >= kUnityGain && cur >= kUnityGain) {
         // Exact unity; the Q15 rule at 32767 would scale by 32767/32768.
-        active::no_limiter(held, out_block, samples, 1);
+        active::no_limiter(delay_line, emitted, samples, 1);
         cur = target;
     } else if (target == cur) {
-        active::apply_fix_gain(cur, held, out_block, int32_t(samples), 1);
+        active::apply_fix_gain(cur, delay_line, emitted, int32_t(samples), 1);
     } else if (target < cur) {
-        active::apply_targ_gain(stereo, cur, target, held, out_block, LMTR_RAMP_TABLE, kBlockFrames, 1);
+        active::apply_targ_gain(stereo, cur, target, delay_line, emitted, LMTR_RAMP_TABLE, kBlockFrames, 1);
         cur = target;
     } else {
-        cur = release(rec, cur, target, held, out_block);
+        cur = release(rec, cur, target, delay_line, emitted);
     }
 
-    copy_bytes(rec.delay_line, new_block, samples * sizeof(int64_t));
-    if (makeup_gain_set(rec)) active::apply_makeup_gain(out_block, samples, int32_t(rec.makeup_gain));
+    // The held block has left: the new one takes its place.
+    widen_block(format, input, delay_line, samples);
+    if (makeup_gain_set(rec)) active::apply_makeup_gain(emitted, samples, int32_t(rec.makeup_gain));
     rec.cur_gain = cur;
     rec.last_min_gain = block_min_gain;
-}
-
-void quiet_block_step(LimiterHandle& rec, const unsigned char* input, int32_t* out_block) {
-    const uint32_t samples = samples_per_block(rec.is_stereo);
-    active::no_limiter(reinterpret_cast<const int64_t*>(rec.delay_line), out_block, samples, 1);
-    widen_block(rec.pcm_format, input, reinterpret_cast<int64_t*>(rec.delay_line), samples);
 }
 
 }  // namespace tvl

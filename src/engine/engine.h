@@ -24,19 +24,31 @@ inline void widen_block(uint32_t format, const unsigned char* input, int64_t* ds
     }
 }
 
-// One limiting block step. new_block holds the block just read (Q33.31,
-// samples_per_block words); out_block (samples_per_block 32-bit words)
-// receives the held block emitted as Q1.31. The new block then takes the held
-// block's place in the delay line. Updates cur_gain and last_min_gain in rec.
-void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const int64_t* new_block, int32_t* out_block);
+// The smallest gain any sample of an input block needs (block_min_gain), as
+// derive_gain and calculate_block_min_gain find it, from the block in the
+// input's own format. Formed once per call from the record.
+class RequiredGain {
+public:
+    explicit RequiredGain(const LimiterHandle& rec);
+    int32_t of_block(const unsigned char* input, int64_t* scratch_block, int32_t* out_block) const;
 
-// The block step for a quiet block after quiet ones, as run_limiting_path
-// finds it: cur_gain and last_min_gain at 32767, no output gain, and a new
-// 32-bit input block (float32 or Q5.27) whose every sample needs no
-// reduction. The general step would emit the held block at unity and leave
-// the gains alone; this one does the same, widening the new block straight
-// from input into the delay line once the held block has left it.
-void quiet_block_step(LimiterHandle& rec, const unsigned char* input, int32_t* out_block);
+private:
+    uint32_t format_;
+    uint32_t is_stereo_;
+    int32_t ceiling_;    // as the record holds it
+    int32_t c_;          // its low 16 bits, sign-extended
+    int64_t threshold_;  // largest magnitude needing no reduction
+};
+
+// One limiting block step, given the new input block (format `format`, one
+// block) and the smallest gain its samples need. The held block leaves the
+// delay line as Q1.31 in `emitted` (samples_per_block words), with the gain
+// moving towards the smaller of block_min_gain and the held block's own
+// requirement; the new block, widened to Q33.31, then takes its place.
+// Updates cur_gain and last_min_gain in rec. `emitted` must not overlap the
+// input block, which is read after the emission.
+void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const unsigned char* input, uint32_t format,
+                                     int32_t block_min_gain, int32_t* emitted);
 
 // The limiting and bypass paths of limiter_all_format() on a local copy of
 // the record, which the caller writes back. frames is at least 64.

@@ -1,6 +1,6 @@
 // Gain derivation: the Q15 gain each sample of the look-ahead block needs, and
-// the block's smallest; the peaks of 32-bit input blocks that tell a quiet
-// block before it is widened.
+// the block's smallest; the peaks of input blocks, from which the engine
+// finds that smallest gain without deriving every sample's.
 #include "common/memory.h"
 #include "common/sample_rules.h"
 #include "common/kernels.h"
@@ -29,33 +29,25 @@ int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_
     return r;
 }
 
-int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling) {
-    const int32_t c = ceiling_q15(ceiling);
-    const int64_t threshold = gain_threshold(c);
-    int32_t r = kUnityGain;
-    for (uint32_t i = 0; i < count; ++i) {
-        const int32_t g = required_gain(load<int64_t>(src, i), c, threshold);
-        r = g < r ? g : r;
-    }
-    return r;
-}
-
 namespace {
-// The largest magnitude(sample) of count samples, 0 for none.
-template <typename T, uint32_t (*magnitude)(T)>
-uint32_t peak(const T* src, uint32_t count) {
-    uint32_t r = 0;
+// The largest magnitude of count samples once widened to Q33.31, 0 for none.
+template <typename T, int64_t (*widen)(T)>
+uint64_t widened_peak(const T* src, uint32_t count) {
+    uint64_t r = 0;
     for (uint32_t i = 0; i < count; ++i) {
-        const uint32_t m = magnitude(load<T>(src, i));
+        const uint64_t m = magnitude(widen(load<T>(src, i)));
         r = m > r ? m : r;
     }
     return r;
 }
+constexpr int64_t as_is(int64_t x) { return x; }
 }  // namespace
 
-uint32_t peak_float32(const float* src, uint32_t count) { return peak<float, float32_magnitude_bits>(src, count); }
+uint64_t peak_q33p31(const int64_t* src, uint32_t count) { return widened_peak<int64_t, as_is>(src, count); }
 
-uint32_t peak_q5p27(const int32_t* src, uint32_t count) { return peak<int32_t, q5p27_magnitude>(src, count); }
+uint64_t peak_float32(const float* src, uint32_t count) { return widened_peak<float, float32_to_q33p31>(src, count); }
+
+uint64_t peak_q5p27(const int32_t* src, uint32_t count) { return widened_peak<int32_t, q5p27_to_q33p31>(src, count); }
 
 }  // namespace tvl::scalar
 

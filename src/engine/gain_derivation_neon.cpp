@@ -1,6 +1,5 @@
-// Gain derivation, NEON: sixteen samples per step for derive_gain and the
-// engine's minimum required gain, sixteen words per step for the block
-// minimum.
+// Gain derivation, NEON: sixteen samples per step for derive_gain, sixteen
+// words per step for the block minimum; the engine's block peaks.
 #if defined(__ARM_NEON) && defined(__aarch64__)
 
 #include "common/kernels.h"
@@ -114,52 +113,67 @@ void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t cei
     scalar::derive_gain(src + whole, gains + whole, count - whole, ceiling, 1);
 }
 
-int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling) {
-    // Groups wholly inside the threshold have gains of 32767 and cannot lower
-    // the minimum: only the others are derived.
-    const int32_t c = ceiling_q15(ceiling);
-    if (c < 0) return scalar::min_required_gain(src, count, ceiling);
-    const uint32_t first_over = uint32_t(gain_threshold(c)) + 1;
-    const uint32_t whole = count & ~15u;
-    int32x4_t min_s32x4 = vdupq_n_s32(kUnityGain);
-    const uint8_t* in = lanes::at(src, 0);
-    for (const uint8_t* const end = in + size_t(whole) * 8; in != end; in += 128) {
-        if (peak_of_sixteen(in) < first_over) continue;
-        const uint8x16x4_t g = gains_of_sixteen(in, first_over, c);
-        const int32x4_t a = vminq_s32(vreinterpretq_s32_u8(g.val[0]), vreinterpretq_s32_u8(g.val[1]));
-        const int32x4_t b = vminq_s32(vreinterpretq_s32_u8(g.val[2]), vreinterpretq_s32_u8(g.val[3]));
-        min_s32x4 = vminq_s32(min_s32x4, vminq_s32(a, b));
-    }
-    const int32_t rest = scalar::min_required_gain(src + whole, count - whole, ceiling);
-    const int32_t vector_min = vminvq_s32(min_s32x4);
-    return rest < vector_min ? rest : vector_min;
-}
+// The peaks: a block's largest and smallest samples, widened, give its
+// largest magnitude once widened, every widening being monotonic.
 
-uint32_t peak_float32(const float* src, uint32_t count) {
+uint64_t peak_q33p31(const int64_t* src, uint32_t count) {
+    // |x| as unsigned 64-bit lanes (vabsq_s64 leaves -2^63 as 2^63), and an
+    // unsigned running maximum by compare and select.
     const uint32_t whole = count & ~7u;
-    const uint32x4_t magnitude = vdupq_n_u32(0x7FFFFFFFu);
-    uint32x4_t m = vdupq_n_u32(0);
+    uint64x2_t m0 = vdupq_n_u64(0), m1 = vdupq_n_u64(0);
     const uint8_t* in = lanes::at(src, 0);
-    for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 32) {
-        const uint8x16x2_t x = vld1q_u8_x2(in);
-        m = vmaxq_u32(m, vmaxq_u32(vandq_u32(vreinterpretq_u32_u8(x.val[0]), magnitude),
-                                   vandq_u32(vreinterpretq_u32_u8(x.val[1]), magnitude)));
+    for (const uint8_t* const end = in + size_t(whole) * 8; in != end; in += 64) {
+        const uint8x16x4_t x = vld1q_u8_x4(in);
+        const uint64x2_t a0 = vreinterpretq_u64_s64(vabsq_s64(vreinterpretq_s64_u8(x.val[0])));
+        const uint64x2_t a1 = vreinterpretq_u64_s64(vabsq_s64(vreinterpretq_s64_u8(x.val[1])));
+        const uint64x2_t a2 = vreinterpretq_u64_s64(vabsq_s64(vreinterpretq_s64_u8(x.val[2])));
+        const uint64x2_t a3 = vreinterpretq_u64_s64(vabsq_s64(vreinterpretq_s64_u8(x.val[3])));
+        const uint64x2_t b0 = vbslq_u64(vcgtq_u64(a2, a0), a2, a0);
+        const uint64x2_t b1 = vbslq_u64(vcgtq_u64(a3, a1), a3, a1);
+        m0 = vbslq_u64(vcgtq_u64(b0, m0), b0, m0);
+        m1 = vbslq_u64(vcgtq_u64(b1, m1), b1, m1);
     }
-    const uint32_t rest = scalar::peak_float32(src + whole, count - whole), vector_peak = vmaxvq_u32(m);
+    const uint64x2_t m = vbslq_u64(vcgtq_u64(m1, m0), m1, m0);
+    const uint64_t a = vgetq_lane_u64(m, 0), b = vgetq_lane_u64(m, 1);
+    const uint64_t rest = scalar::peak_q33p31(src + whole, count - whole), vector_peak = a > b ? a : b;
     return rest > vector_peak ? rest : vector_peak;
 }
 
-uint32_t peak_q5p27(const int32_t* src, uint32_t count) {
+uint64_t peak_float32(const float* src, uint32_t count) {
+    // FMAXNM and FMINNM pass over a quiet NaN (a NaN sample widens to 0, which
+    // changes nothing) but answer a signalling one with NaN: a block holding
+    // one takes the scalar loop whole. The extremes start at 0.
+    const uint32_t whole = count & ~15u;
+    float32x4_t hi0 = vdupq_n_f32(0.0f), hi1 = hi0, lo0 = hi0, lo1 = hi0;
+    const uint8_t* in = lanes::at(src, 0);
+    for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 64) {
+        const uint8x16x4_t x = vld1q_u8_x4(in);
+        const float32x4_t x0 = vreinterpretq_f32_u8(x.val[0]), x1 = vreinterpretq_f32_u8(x.val[1]);
+        const float32x4_t x2 = vreinterpretq_f32_u8(x.val[2]), x3 = vreinterpretq_f32_u8(x.val[3]);
+        hi0 = vmaxnmq_f32(hi0, vmaxnmq_f32(x0, x2));
+        hi1 = vmaxnmq_f32(hi1, vmaxnmq_f32(x1, x3));
+        lo0 = vminnmq_f32(lo0, vminnmq_f32(x0, x2));
+        lo1 = vminnmq_f32(lo1, vminnmq_f32(x1, x3));
+    }
+    const float hi = vmaxnmvq_f32(vmaxnmq_f32(hi0, hi1)), lo = vminnmvq_f32(vminnmq_f32(lo0, lo1));
+    if (hi != hi || lo != lo) return scalar::peak_float32(src, count);
+    const uint64_t top = magnitude(float32_to_q33p31(hi)), bottom = magnitude(float32_to_q33p31(lo));
+    const uint64_t rest = scalar::peak_float32(src + whole, count - whole), vector_peak = top > bottom ? top : bottom;
+    return rest > vector_peak ? rest : vector_peak;
+}
+
+uint64_t peak_q5p27(const int32_t* src, uint32_t count) {
     const uint32_t whole = count & ~7u;
     uint32x4_t m = vdupq_n_u32(0);
     const uint8_t* in = lanes::at(src, 0);
-    // vabsq_s32 leaves -2^31 as 0x80000000, which read unsigned is its magnitude.
+    // vabsq_s32 leaves -2^31 as 0x80000000, which read unsigned is its
+    // magnitude; the widening multiplies every magnitude by 16.
     for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 32) {
         const uint8x16x2_t x = vld1q_u8_x2(in);
         m = vmaxq_u32(m, vmaxq_u32(vreinterpretq_u32_s32(vabsq_s32(vreinterpretq_s32_u8(x.val[0]))),
                                    vreinterpretq_u32_s32(vabsq_s32(vreinterpretq_s32_u8(x.val[1])))));
     }
-    const uint32_t rest = scalar::peak_q5p27(src + whole, count - whole), vector_peak = vmaxvq_u32(m);
+    const uint64_t rest = scalar::peak_q5p27(src + whole, count - whole), vector_peak = uint64_t(vmaxvq_u32(m)) << 4;
     return rest > vector_peak ? rest : vector_peak;
 }
 

@@ -285,54 +285,84 @@ void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t cei
     scalar::derive_gain(src + i, gains + i, count - i, ceiling, 1);
 }
 
-int32_t min_required_gain(const int64_t* src, uint32_t count, int32_t ceiling) {
-    // derive_gain's groups, their gains folded into a running minimum instead
-    // of stored; a group wholly inside the threshold costs its unity test.
-    const Derivation k = derivation(ceiling);
+// The peaks: a block's largest and smallest samples, widened, give its
+// largest magnitude once widened, every widening being monotonic. The running
+// extremes start at 0, whose magnitude changes nothing.
+
+uint64_t peak_float32(const float* src, uint32_t count) {
+    // maxps and minps return their second operand where either is NaN: with
+    // the running extreme second, a NaN sample (which widens to 0) is passed
+    // over, and the extremes stay numbers.
+    __m128 hi = _mm_setzero_ps(), lo = _mm_setzero_ps();
     uint32_t i = 0;
-    int32_t r = kUnityGain;
 #if defined(__AVX2__)
-    __m256i m = _mm256_set1_epi32(kUnityGain);
-#if TVL_X86_AVX512
+    // Two pairs of running extremes, to halve the chain of dependent steps.
+    __m256 hi8 = _mm256_setzero_ps(), lo8 = hi8, hi8b = hi8, lo8b = hi8;
     for (; i + 16 <= count; i += 16) {
-        const __mmask16 outside = outside16(at(src, i, 8), k);
-        if (!k.unity_possible || outside != 0) {
-            const __m512i g = gains16(at(src, i, 8), k, outside);
-            m = _mm256_min_epi32(m, _mm256_min_epi32(_mm512_castsi512_si256(g), _mm512_maskz_extracti64x4_epi64(0xF, g, 1)));
-        }
+        const __m256 x = _mm256_loadu_ps(reinterpret_cast<const float*>(at(src, i, 4)));
+        const __m256 y = _mm256_loadu_ps(reinterpret_cast<const float*>(at(src, i + 8, 4)));
+        hi8 = _mm256_max_ps(x, hi8);
+        lo8 = _mm256_min_ps(x, lo8);
+        hi8b = _mm256_max_ps(y, hi8b);
+        lo8b = _mm256_min_ps(y, lo8b);
     }
-#endif
-    for (; i + 8 <= count; i += 8) m = _mm256_min_epi32(m, gains8(at(src, i, 8), k));
-    r = horizontal_min(m);
-#endif
-    if (count - i >= 4) {
-        __m128i m4 = _mm_set1_epi32(r);
-        for (; i + 4 <= count; i += 4) m4 = min_epi32(m4, gains4(at(src, i, 8), k));
-        r = horizontal_min(m4);
+    hi8 = _mm256_max_ps(hi8, hi8b);
+    lo8 = _mm256_min_ps(lo8, lo8b);
+    for (; i + 8 <= count; i += 8) {
+        const __m256 x = _mm256_loadu_ps(reinterpret_cast<const float*>(at(src, i, 4)));
+        hi8 = _mm256_max_ps(x, hi8);
+        lo8 = _mm256_min_ps(x, lo8);
     }
-    const int32_t rest = scalar::min_required_gain(src + i, count - i, ceiling);
-    return rest < r ? rest : r;
+    hi = _mm_max_ps(_mm256_castps256_ps128(hi8), _mm256_extractf128_ps(hi8, 1));
+    lo = _mm_min_ps(_mm256_castps256_ps128(lo8), _mm256_extractf128_ps(lo8, 1));
+#endif
+    for (; i + 4 <= count; i += 4) {
+        const __m128 x = load128f(at(src, i, 4));
+        hi = _mm_max_ps(x, hi);
+        lo = _mm_min_ps(x, lo);
+    }
+    hi = _mm_max_ps(hi, _mm_movehl_ps(hi, hi));
+    hi = _mm_max_ss(hi, _mm_shuffle_ps(hi, hi, 1));
+    lo = _mm_min_ps(lo, _mm_movehl_ps(lo, lo));
+    lo = _mm_min_ss(lo, _mm_shuffle_ps(lo, lo, 1));
+    const uint64_t top = magnitude(float32_to_q33p31(_mm_cvtss_f32(hi)));
+    const uint64_t bottom = magnitude(float32_to_q33p31(_mm_cvtss_f32(lo)));
+    const uint64_t rest = scalar::peak_float32(src + i, count - i);
+    const uint64_t r = top > bottom ? top : bottom;
+    return rest > r ? rest : r;
 }
 
 #if defined(__AVX2__)
-// The peaks: an unsigned running maximum over eight lanes, folded at the end.
-// (Level 1 and 2 builds run the scalar loops.)
+namespace {
+// Lane-wise signed 64-bit extremes, which AVX2 lacks.
+inline __m256i max_epi64(__m256i a, __m256i b) { return _mm256_blendv_epi8(a, b, _mm256_cmpgt_epi64(b, a)); }
+inline __m256i min_epi64(__m256i a, __m256i b) { return _mm256_blendv_epi8(a, b, _mm256_cmpgt_epi64(a, b)); }
+}  // namespace
 
-uint32_t peak_float32(const float* src, uint32_t count) {
-    const __m256i magnitude = _mm256_set1_epi32(INT32_MAX);
-    __m256i m = _mm256_setzero_si256();
+uint64_t peak_q33p31(const int64_t* src, uint32_t count) {
+    __m256i hi = _mm256_setzero_si256(), lo = _mm256_setzero_si256();
     uint32_t i = 0;
-    for (; i + 8 <= count; i += 8) m = _mm256_max_epu32(m, _mm256_and_si256(load256(at(src, i, 4)), magnitude));
-    const uint32_t rest = scalar::peak_float32(src + i, count - i), vector_peak = horizontal_max_u32(m);
-    return rest > vector_peak ? rest : vector_peak;
+    for (; i + 8 <= count; i += 8) {
+        const __m256i a = load256(at(src, i, 8)), b = load256(at(src, i + 4, 8));
+        hi = max_epi64(hi, max_epi64(a, b));
+        lo = min_epi64(lo, min_epi64(a, b));
+    }
+    u8 lanes[64];
+    store256(lanes, hi);
+    store256(lanes + 32, lo);
+    // The eight extremes by the scalar loop, with the samples left over.
+    const uint64_t rest = scalar::peak_q33p31(src + i, count - i);
+    const uint64_t extremes = scalar::peak_q33p31(reinterpret_cast<const int64_t*>(lanes), 8);
+    return extremes > rest ? extremes : rest;
 }
 
-uint32_t peak_q5p27(const int32_t* src, uint32_t count) {
+uint64_t peak_q5p27(const int32_t* src, uint32_t count) {
+    // vpabsd leaves -2^31 as 0x80000000, which read unsigned is its magnitude;
+    // the widening multiplies every magnitude by 16.
     __m256i m = _mm256_setzero_si256();
     uint32_t i = 0;
-    // vpabsd leaves -2^31 as 0x80000000, which read unsigned is its magnitude.
     for (; i + 8 <= count; i += 8) m = _mm256_max_epu32(m, _mm256_abs_epi32(load256(at(src, i, 4))));
-    const uint32_t rest = scalar::peak_q5p27(src + i, count - i), vector_peak = horizontal_max_u32(m);
+    const uint64_t rest = scalar::peak_q5p27(src + i, count - i), vector_peak = uint64_t(horizontal_max_u32(m)) << 4;
     return rest > vector_peak ? rest : vector_peak;
 }
 #endif  // __AVX2__

@@ -126,14 +126,16 @@ public:
         return static_cast<int32_t>(v);
     }
 
-    // float32: +-0, +-1, half steps of the conversions, +-16, +-2^32, infinities, NaN, subnormals, or random.
+    // float32: +-0, +-1, half steps of the conversions, +-16, +-2^32, infinities, NaNs (quiet and
+    // signalling), subnormals, or random.
     float float32() {
         constexpr float inf = std::numeric_limits<float>::infinity();
         static const float edges[] = {
             0.0f, -0.0f, 1.0f, -1.0f, 0.5f, -0.5f, 0x1p-31f, -0x1p-31f, 0x1p-32f, -0x1p-32f, 0x1.8p-31f,
             -0x1.8p-31f, 0x1p-28f, -0x1p-28f, 0x1p-27f, -0x1p-27f, 16.0f, -16.0f, 0x1.fffffep3f,
             -0x1.fffffep3f, 0x1p32f, -0x1p32f, 0x1p21f, inf, -inf, std::numeric_limits<float>::quiet_NaN(),
-            -std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::denorm_min(),
+            -std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::signaling_NaN(),
+            std::numeric_limits<float>::denorm_min(),
             -std::numeric_limits<float>::denorm_min(), std::numeric_limits<float>::min(),
             std::numeric_limits<float>::max(), -std::numeric_limits<float>::max(), 2e34f, 0.999969482421875f};
         if (pick_edge()) return edges[rng_() % std::size(edges)];

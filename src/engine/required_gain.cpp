@@ -1,0 +1,42 @@
+// The smallest gain the samples of an input block need.
+//
+// For a ceiling of 0 or more the required gain never rises with a sample's
+// magnitude (min_required_gain_of_peak), so the block's largest magnitude
+// once widened to Q33.31, its peak, decides: one pass over the input block
+// and one division, where derive_gain and calculate_block_min_gain would
+// derive a gain for every sample. The peak is taken from the input itself, so
+// the block is widened only once, into the delay line.
+//
+// A negative ceiling, which no entry point sets (only a direct caller or a
+// damaged record), turns that order round: it takes derive_gain and
+// calculate_block_min_gain over the block widened into scratch_block.
+#include "common/kernels.h"
+#include "common/sample_rules.h"
+#include "engine/engine.h"
+
+namespace tvl {
+
+RequiredGain::RequiredGain(const LimiterHandle& rec)
+    : format_(rec.pcm_format),
+      is_stereo_(rec.is_stereo),
+      ceiling_(rec.ceiling),
+      c_(ceiling_q15(rec.ceiling)),
+      threshold_(gain_threshold(ceiling_q15(rec.ceiling))) {}
+
+int32_t RequiredGain::of_block(const unsigned char* input, int64_t* scratch_block, int32_t* out_block) const {
+    const uint32_t samples = samples_per_block(is_stereo_);
+    if (c_ < 0) {
+        widen_block(format_, input, scratch_block, samples);
+        active::derive_gain(scratch_block, out_block, samples, ceiling_, 1);
+        return active::calculate_block_min_gain(int32_t(is_stereo_), out_block, kBlockFrames, 1);
+    }
+    uint64_t peak;
+    switch (format_) {
+        case LMTR_PCM_Q33P31: peak = active::peak_q33p31(reinterpret_cast<const int64_t*>(input), samples); break;
+        case LMTR_PCM_FLOAT32: peak = active::peak_float32(reinterpret_cast<const float*>(input), samples); break;
+        default: peak = active::peak_q5p27(reinterpret_cast<const int32_t*>(input), samples); break;
+    }
+    return min_required_gain_of_peak(peak, c_, threshold_);
+}
+
+}  // namespace tvl

@@ -3,12 +3,12 @@
 // float32 -> Q33.31 (x * 2^31 + 0.5 in double, then toward zero to int64):
 // x86 has no double -> int64 conversion before AVX-512, so each group takes
 // the cheapest exact route its samples allow:
-//   - below full scale: with AVX2 in single precision (see the loop), with
+//   - below full scale: with AVX2 in single precision (rounded_low), with
 //     SSE2 through cvttpd2dq on the very double t = x * 2^31 + 0.5 of the
-//     scalar rule, exact for |t| < 2^31. Beyond that range (and for NaN) both
-//     give the 0x80000000 sentinel; the one in-range sample that also gives
-//     it (-1.0 in single precision) just takes a longer route;
-//   - with AVX2, from 1.0 up to 16.0 in magnitude: 16 * int(x * 2^27);
+//     scalar rule, exact for |t| < 2^31. Beyond that range (and for NaN)
+//     cvttpd2dq gives the 0x80000000 sentinel;
+//   - with AVX2, from full scale up to 2^20 in magnitude: the whole part
+//     a = trunc(x) times 2^31 plus a low part from x - a in single precision;
 //   - otherwise the double t rounded by a magic number: |t| + 2^52 puts the
 //     integer nearest to |t| in the low mantissa bits (round to nearest,
 //     exact while |t| < 2^52), less 1 where that rounded up gives floor(|t|),
@@ -57,6 +57,20 @@ inline void float32_to_q33p31_wide4(const u8* src, u8* dst) {
 }
 
 #if defined(__AVX2__)
+// trunc(h * 2^31 + w + 0.5) - h * 2^31 for |w| < 2^31 - 64 and a whole h of
+// the sign of w (h = 0 for w alone): with t = trunc(w) and f = w - t, both
+// exact (t has no more significant bits than w), it is t + 1 where f >= 0.5
+// (a sum of 0 or more) or where f > -0.5 (a sum of -1 or less, t or h
+// negative; f > -0.5 is f >= -0.5 + 2^-25, the next float up), else t: one
+// comparison with a bound chosen by the sign of t | h.
+inline __m256i rounded_low(__m256 w, __m256i h) {
+    const __m256i t = _mm256_cvttps_epi32(w);
+    const __m256 f = _mm256_sub_ps(w, _mm256_cvtepi32_ps(t));
+    const __m256 bound = _mm256_blendv_ps(_mm256_set1_ps(0.5f), _mm256_set1_ps(-0x1.fffffep-2f),
+                                          _mm256_castsi256_ps(_mm256_or_si256(t, h)));
+    return _mm256_sub_epi32(t, _mm256_castps_si256(_mm256_cmp_ps(f, bound, _CMP_GE_OQ)));
+}
+
 inline __m256i truncate_wide(__m256d t, __m256d& ok) {
     const __m256d magnitude = _mm256_and_pd(t, _mm256_castsi256_pd(_mm256_set1_epi64x(INT64_MAX)));
     const __m256d big = _mm256_set1_pd(kTwo52);
@@ -96,45 +110,31 @@ void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
     }
 #endif
 #if defined(__AVX2__)
-    const __m256i min32 = _mm256_set1_epi32(INT32_MIN);
+    const __m256 magnitude_bits = _mm256_castsi256_ps(_mm256_set1_epi32(INT32_MAX));
     for (; i + 8 <= count; i += 8) {
         const __m256 x = _mm256_loadu_ps(reinterpret_cast<const float*>(at(src, i, 4)));
-        // Below full scale in single precision: v = x * 2^31 is exact, t its
-        // truncation (INT32_MIN beyond the int32 range and for NaN), f = v - t
-        // exact as well (t has no more significant bits than v). Then
-        // v + 0.5 truncates to t + 1 where f >= 0.5 (v >= 0), or where
-        // f > -0.5 and t <= -1 (v < 0), and to t elsewhere.
-        const __m256 v = _mm256_mul_ps(x, _mm256_set1_ps(0x1p31f));
-        const __m256i t = _mm256_cvttps_epi32(v);
-        const __m256 f = _mm256_sub_ps(v, _mm256_cvtepi32_ps(t));
-        const __m256i up = _mm256_or_si256(
-            _mm256_castps_si256(_mm256_cmp_ps(f, _mm256_set1_ps(0.5f), _CMP_GE_OQ)),
-            _mm256_and_si256(_mm256_castps_si256(_mm256_cmp_ps(f, _mm256_set1_ps(-0.5f), _CMP_GT_OQ)),
-                             _mm256_cmpgt_epi32(_mm256_setzero_si256(), t)));
-        const __m256i r = _mm256_sub_epi32(t, up);
-        const __m256i r_out = _mm256_cmpeq_epi32(t, min32);
-        if (_mm256_testz_si256(r_out, r_out)) {
+        const __m256 below_one = _mm256_cmp_ps(_mm256_and_ps(x, magnitude_bits), _mm256_set1_ps(1.0f), _CMP_LT_OQ);
+        if (_mm256_movemask_ps(below_one) == 0xFF) {
+            // Below full scale: v = x * 2^31 lies inside the int32 range.
+            const __m256i r = rounded_low(_mm256_mul_ps(x, _mm256_set1_ps(0x1p31f)), _mm256_setzero_si256());
             store256(at(dst, i, 8), _mm256_cvtepi32_epi64(_mm256_castsi256_si128(r)));
             store256(at(dst, i + 4, 8), _mm256_cvtepi32_epi64(_mm256_extracti128_si256(r, 1)));
             continue;
         }
-        // Lanes beyond the int32 range but below 16.0 in magnitude: from 1.0 up
-        // x * 2^27 is a whole number s, so v = x * 2^31 = 16 * s exactly and
-        // v + 0.5 truncates to v, or to v + 1 for negative v.
-        const __m256i s = _mm256_cvttps_epi32(_mm256_mul_ps(x, _mm256_set1_ps(0x1p27f)));
-        const __m256i s_out = _mm256_cmpeq_epi32(s, min32);
-        if (_mm256_testz_si256(s_out, r_out)) {
-            const auto wide = [](__m128i s4) {
-                const __m256i w = _mm256_slli_epi64(_mm256_cvtepi32_epi64(s4), 4);
-                return _mm256_or_si256(w, _mm256_srli_epi64(w, 63));  // + 1 where negative
+        // Below 2^20 + 1 in magnitude (a from -2^20 to 2^20 - 1; NaN fails the
+        // test, and the scalar rule's double is exact there): x = a + y with
+        // a = trunc(x) and |y| < 1 of the sign of x, both exact, so that
+        // v = a * 2^31 + y * 2^31 and the low part is taken from y * 2^31.
+        const __m256i a = _mm256_cvttps_epi32(x);
+        const __m256i a_out = _mm256_srli_epi32(_mm256_add_epi32(a, _mm256_set1_epi32(1 << 20)), 21);
+        if (_mm256_testz_si256(a_out, a_out)) {
+            const __m256 y = _mm256_sub_ps(x, _mm256_cvtepi32_ps(a));
+            const __m256i low = rounded_low(_mm256_mul_ps(y, _mm256_set1_ps(0x1p31f)), a);
+            const auto widened = [](__m128i a4, __m128i low4) {
+                return _mm256_add_epi64(_mm256_slli_epi64(_mm256_cvtepi32_epi64(a4), 31), _mm256_cvtepi32_epi64(low4));
             };
-            store256(at(dst, i, 8),
-                     _mm256_blendv_epi8(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(r)), wide(_mm256_castsi256_si128(s)),
-                                        _mm256_cvtepi32_epi64(_mm256_castsi256_si128(r_out))));
-            store256(at(dst, i + 4, 8),
-                     _mm256_blendv_epi8(_mm256_cvtepi32_epi64(_mm256_extracti128_si256(r, 1)),
-                                        wide(_mm256_extracti128_si256(s, 1)),
-                                        _mm256_cvtepi32_epi64(_mm256_extracti128_si256(r_out, 1))));
+            store256(at(dst, i, 8), widened(_mm256_castsi256_si128(a), _mm256_castsi256_si128(low)));
+            store256(at(dst, i + 4, 8), widened(_mm256_extracti128_si256(a, 1), _mm256_extracti128_si256(low, 1)));
             continue;
         }
         // Anything else in double precision, as the scalar rule computes it.

@@ -137,7 +137,8 @@ public:
             -std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::signaling_NaN(),
             std::numeric_limits<float>::denorm_min(),
             -std::numeric_limits<float>::denorm_min(), std::numeric_limits<float>::min(),
-            std::numeric_limits<float>::max(), -std::numeric_limits<float>::max(), 2e34f, 0.999969482421875f};
+            std::numeric_limits<float>::max(), -std::numeric_limits<float>::max(), 2e34f, 0.999969482421875f,
+            0x1p20f, -0x1p20f, 0x1.000002p20f, -0x1.000002p20f, -0x1p21f, -0x1.fffffep20f};
         if (pick_edge()) return edges[rng_() % std::size(edges)];
         const float unit = std::uniform_real_distribution<float>(-1.0f, 1.0f)(rng_);
         return std::ldexp(unit, static_cast<int>(rng_() % 72) - 40);  // 2^-40 .. 2^31

@@ -311,6 +311,11 @@ const std::vector<Kernel>& kernels() {
              TVL_PICK(v, clip_from_q33p31_to_q1p31)(as_src<const int64_t>(c), as_dst<int32_t>(c), uint32_t(c.count));
              return 0;
          }},
+        {"narrow_q33p31_to_float32", Data::I64, Data::F32, kNarrowing, stride_list({1}), consecutive, false, false,
+         [](bool v, const Call& c) -> int64_t {
+             TVL_PICK(v, narrow_q33p31_to_float32)(as_src<const int64_t>(c), as_dst<float>(c), uint32_t(c.count));
+             return 0;
+         }},
     };
     return table;
 }

@@ -225,6 +225,7 @@ TVL_CHECK_COPY(copy_q5p27_to_q33p31, int32_t, int64_t)
 TVL_CHECK_COPY(copy_q1p31_to_q5p27, int32_t, int32_t)
 TVL_CHECK_COPY(move_from_q33p31_to_q1p31, int64_t, int32_t)
 TVL_CHECK_COPY(clip_from_q33p31_to_q1p31, int64_t, int32_t)
+TVL_CHECK_COPY(narrow_q33p31_to_float32, int64_t, float)
 #undef TVL_CHECK_COPY
 
 // In-place re-encodings touching `bytes` bytes per sample (the wider format).

@@ -65,6 +65,7 @@ TVL_DECLARE_KERNEL(convert_from_float32_to_q5p27)
 // src/convert/narrow_neon.cpp
 TVL_DECLARE_KERNEL(move_from_q33p31_to_q1p31)
 TVL_DECLARE_KERNEL(clip_from_q33p31_to_q1p31)
+TVL_DECLARE_KERNEL(narrow_q33p31_to_float32)
 
 #if defined(__ARM_NEON) && defined(__aarch64__)
 namespace lanes {

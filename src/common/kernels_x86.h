@@ -41,5 +41,6 @@ TVL_DECLARE_KERNEL(convert_from_float32_to_q5p27)
 
 TVL_DECLARE_KERNEL(move_from_q33p31_to_q1p31)
 TVL_DECLARE_KERNEL(clip_from_q33p31_to_q1p31)
+TVL_DECLARE_KERNEL(narrow_q33p31_to_float32)
 
 }  // namespace tvl::x86

@@ -42,6 +42,9 @@
 #define TVL_KERNEL_peak_q33p31 uint64_t peak_q33p31(const int64_t* src, uint32_t count)
 #define TVL_KERNEL_peak_float32 uint64_t peak_float32(const float* src, uint32_t count)
 #define TVL_KERNEL_peak_q5p27 uint64_t peak_q5p27(const int32_t* src, uint32_t count)
+//   narrow_q33p31_to_float32: no_limiter then copy_q1p31_to_float32 in one
+//     pass, for a block that leaves at unity as float32.
+#define TVL_KERNEL_narrow_q33p31_to_float32 void narrow_q33p31_to_float32(const int64_t* src, float* dst, uint32_t count)
 
 #define TVL_DECLARE_KERNEL(name) TVL_KERNEL_##name;
 
@@ -75,7 +78,8 @@
 #define TVL_ENGINE_KERNELS(X) \
     X(peak_q33p31) \
     X(peak_float32) \
-    X(peak_q5p27)
+    X(peak_q5p27) \
+    X(narrow_q33p31_to_float32)
 
 namespace tvl::scalar {
 TVL_ALL_KERNELS(TVL_DECLARE_KERNEL)

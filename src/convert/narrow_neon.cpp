@@ -21,10 +21,18 @@ inline uint8x16_t clamped_words(uint8x16_t s01, uint8x16_t s23) {
     return vreinterpretq_u8_s32(vqmovn_high_s64(vqmovn_s64(vreinterpretq_s64_u8(s01)), vreinterpretq_s64_u8(s23)));
 }
 
-// Sixteen samples per step through narrow(s01, s23). Each step reads its 128
-// bytes before it writes 64, at or below them; the scalar kernel finishes.
+// Four Q33.31 samples narrowed by wrap and converted to float32:
+// q1p31_to_float32(narrow_q33p31_to_q1p31()).
+inline uint8x16_t float_words(uint8x16_t s01, uint8x16_t s23) {
+    const float32x4_t f = vcvtq_f32_s32(vreinterpretq_s32_u8(low_words(s01, s23)));
+    return vreinterpretq_u8_f32(vmulq_f32(f, vdupq_n_f32(0x1p-31f)));
+}
+
+// Sixteen samples per step through narrow(s01, s23), 32-bit results. Each
+// step reads its 128 bytes before it writes 64, at or below them; the scalar
+// kernel finishes.
 template <uint8x16_t (*Narrow)(uint8x16_t, uint8x16_t)>
-uint32_t narrow_sixteens(const int64_t* src, int32_t* dst, uint32_t count) {
+uint32_t narrow_sixteens(const int64_t* src, void* dst, uint32_t count) {
     const uint32_t whole = count & ~15u;
     const uint8_t* in = lanes::at(src, 0);
     uint8_t* out = lanes::at(dst, 0);
@@ -58,6 +66,15 @@ void clip_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count)
     }
     const uint32_t done = narrow_sixteens<clamped_words>(src, dst, count);
     scalar::clip_from_q33p31_to_q1p31(src + done, dst + done, count - done);
+}
+
+void narrow_q33p31_to_float32(const int64_t* src, float* dst, uint32_t count) {
+    if (!lanes::writes_behind_reads(src, size_t(count) * 8, dst, size_t(count) * 4)) {
+        scalar::narrow_q33p31_to_float32(src, dst, count);
+        return;
+    }
+    const uint32_t done = narrow_sixteens<float_words>(src, dst, count);
+    scalar::narrow_q33p31_to_float32(src + done, dst + done, count - done);
 }
 
 }  // namespace tvl::neon

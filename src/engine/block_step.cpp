@@ -41,17 +41,23 @@ int32_t release(const LimiterHandle& rec, int32_t cur, int32_t target, const int
 
 }  // namespace
 
-void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const unsigned char* input, uint32_t format,
-                                     int32_t block_min_gain, int32_t* emitted) {
+bool limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const unsigned char* input, uint32_t format,
+                                     int32_t block_min_gain, int32_t* emitted, float* unity_out) {
     const int32_t stereo = int32_t(rec.is_stereo);
     const uint32_t samples = samples_per_block(rec.is_stereo);
     auto* delay_line = reinterpret_cast<int64_t*>(rec.delay_line);
     const int32_t target = block_min_gain < rec.last_min_gain ? block_min_gain : rec.last_min_gain;
 
     int32_t cur = rec.cur_gain;
+    bool as_float32 = false;
     if (target >= kUnityGain && cur >= kUnityGain) {
         // Exact unity; the Q15 rule at 32767 would scale by 32767/32768.
-        active::no_limiter(delay_line, emitted, samples, 1);
+        as_float32 = unity_out != nullptr;
+        if (as_float32) {
+            active::narrow_q33p31_to_float32(delay_line, unity_out, samples);
+        } else {
+            active::no_limiter(delay_line, emitted, samples, 1);
+        }
         cur = target;
     } else if (target == cur) {
         active::apply_fix_gain(cur, delay_line, emitted, int32_t(samples), 1);
@@ -64,9 +70,10 @@ void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const unsigned char* in
 
     // The held block has left: the new one takes its place.
     widen_block(format, input, delay_line, samples);
-    if (makeup_gain_set(rec)) active::apply_makeup_gain(emitted, samples, int32_t(rec.makeup_gain));
+    if (makeup_gain_set(rec) && !as_float32) active::apply_makeup_gain(emitted, samples, int32_t(rec.makeup_gain));
     rec.cur_gain = cur;
     rec.last_min_gain = block_min_gain;
+    return as_float32;
 }
 
 }  // namespace tvl

@@ -47,8 +47,11 @@ private:
 // requirement; the new block, widened to Q33.31, then takes its place.
 // Updates cur_gain and last_min_gain in rec. `emitted` must not overlap the
 // input block, which is read after the emission.
-void limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const unsigned char* input, uint32_t format,
-                                     int32_t block_min_gain, int32_t* emitted);
+// A block that leaves at exact unity goes instead straight to float32 at
+// unity_out when that is given (float32 output without an output gain);
+// returns whether it did.
+bool limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const unsigned char* input, uint32_t format,
+                                     int32_t block_min_gain, int32_t* emitted, float* unity_out);
 
 // The limiting and bypass paths of limiter_all_format() on a local copy of
 // the record, which the caller writes back. frames is at least 64.

@@ -43,7 +43,13 @@ int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsign
         // converted from out_block.
         const bool direct = format == LMTR_PCM_Q33P31 && !overlaps(in, in_block_bytes, out, out_block_bytes);
         int32_t* emitted = direct ? reinterpret_cast<int32_t*>(out) : out_block;
-        limiter_primary_q33p31_to_q1p31(rec, in, format, block_min_gain, emitted);
+        // A float32 block at unity may leave straight as float32, where that
+        // does not overwrite the input block before it is widened.
+        float* unity_out = format == LMTR_PCM_FLOAT32 && !makeup_gain_set(rec) &&
+                                   !overlaps(in, in_block_bytes, out, out_block_bytes)
+                               ? reinterpret_cast<float*>(out)
+                               : nullptr;
+        if (limiter_primary_q33p31_to_q1p31(rec, in, format, block_min_gain, emitted, unity_out)) continue;
         switch (format) {
             case LMTR_PCM_Q33P31:
                 if (!direct) copy_bytes(out, out_block, out_block_bytes);

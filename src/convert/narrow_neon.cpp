@@ -48,33 +48,31 @@ uint32_t narrow_sixteens(const int64_t* src, void* dst, uint32_t count) {
     return whole;
 }
 
+// A narrowing kernel: the vector steps where they read before they write,
+// else the whole call through the scalar kernel, which also finishes.
+template <typename Dst, uint8x16_t (*Narrow)(uint8x16_t, uint8x16_t),
+          void (*Scalar)(const int64_t*, Dst*, uint32_t)>
+void narrowing(const int64_t* src, Dst* dst, uint32_t count) {
+    if (!lanes::writes_behind_reads(src, size_t(count) * 8, dst, size_t(count) * 4)) {
+        Scalar(src, dst, count);
+        return;
+    }
+    const uint32_t done = narrow_sixteens<Narrow>(src, dst, count);
+    Scalar(src + done, dst + done, count - done);
+}
+
 }  // namespace
 
 void move_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count) {
-    if (!lanes::writes_behind_reads(src, size_t(count) * 8, dst, size_t(count) * 4)) {
-        scalar::move_from_q33p31_to_q1p31(src, dst, count);
-        return;
-    }
-    const uint32_t done = narrow_sixteens<low_words>(src, dst, count);
-    scalar::move_from_q33p31_to_q1p31(src + done, dst + done, count - done);
+    narrowing<int32_t, low_words, scalar::move_from_q33p31_to_q1p31>(src, dst, count);
 }
 
 void clip_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count) {
-    if (!lanes::writes_behind_reads(src, size_t(count) * 8, dst, size_t(count) * 4)) {
-        scalar::clip_from_q33p31_to_q1p31(src, dst, count);
-        return;
-    }
-    const uint32_t done = narrow_sixteens<clamped_words>(src, dst, count);
-    scalar::clip_from_q33p31_to_q1p31(src + done, dst + done, count - done);
+    narrowing<int32_t, clamped_words, scalar::clip_from_q33p31_to_q1p31>(src, dst, count);
 }
 
 void narrow_q33p31_to_float32(const int64_t* src, float* dst, uint32_t count) {
-    if (!lanes::writes_behind_reads(src, size_t(count) * 8, dst, size_t(count) * 4)) {
-        scalar::narrow_q33p31_to_float32(src, dst, count);
-        return;
-    }
-    const uint32_t done = narrow_sixteens<float_words>(src, dst, count);
-    scalar::narrow_q33p31_to_float32(src + done, dst + done, count - done);
+    narrowing<float, float_words, scalar::narrow_q33p31_to_float32>(src, dst, count);
 }
 
 }  // namespace tvl::neon

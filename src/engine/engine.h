@@ -26,7 +26,8 @@ inline void widen_block(uint32_t format, const unsigned char* input, int64_t* ds
 
 // The smallest gain any sample of an input block needs (block_min_gain), as
 // derive_gain and calculate_block_min_gain find it, from the block in the
-// input's own format. Formed once per call from the record.
+// input's own format. Formed once per call from the record; scratch_block
+// and out_block serve only a negative ceiling (see required_gain.cpp).
 class RequiredGain {
 public:
     explicit RequiredGain(const LimiterHandle& rec);

@@ -3,12 +3,10 @@
 // float32 -> Q33.31 (x * 2^31 + 0.5 in double, then toward zero to int64):
 // x86 has no double -> int64 conversion before AVX-512, so each group takes
 // the cheapest exact route its samples allow:
-//   - below full scale: with AVX2 in single precision (rounded_low), with
-//     SSE2 through cvttpd2dq on the very double t = x * 2^31 + 0.5 of the
-//     scalar rule, exact for |t| < 2^31. Beyond that range (and for NaN)
-//     cvttpd2dq gives the 0x80000000 sentinel;
-//   - with AVX2, from full scale up to 2^20 in magnitude: the whole part
-//     a = trunc(x) times 2^31 plus a low part from x - a in single precision;
+//   - with AVX2, below 2^20 in magnitude: t truncated by roundpd and moved
+//     into the low mantissa bits by adding 1.5 * 2^52 (widened_below_2p20);
+//   - with SSE2, below full scale: cvttpd2dq on t, exact for |t| < 2^31.
+//     Beyond that range (and for NaN) it gives the 0x80000000 sentinel;
 //   - otherwise the double t rounded by a magic number: |t| + 2^52 puts the
 //     integer nearest to |t| in the low mantissa bits (round to nearest,
 //     exact while |t| < 2^52), less 1 where that rounded up gives floor(|t|),
@@ -57,18 +55,19 @@ inline void float32_to_q33p31_wide4(const u8* src, u8* dst) {
 }
 
 #if defined(__AVX2__)
-// trunc(h * 2^31 + w + 0.5) - h * 2^31 for |w| < 2^31 - 64 and a whole h of
-// the sign of w (h = 0 for w alone): with t = trunc(w) and f = w - t, both
-// exact (t has no more significant bits than w), it is t + 1 where f >= 0.5
-// (a sum of 0 or more) or where f > -0.5 (a sum of -1 or less, t or h
-// negative; f > -0.5 is f >= -0.5 + 2^-25, the next float up), else t: one
-// comparison with a bound chosen by the sign of t | h.
-inline __m256i rounded_low(__m256 w, __m256i h) {
-    const __m256i t = _mm256_cvttps_epi32(w);
-    const __m256 f = _mm256_sub_ps(w, _mm256_cvtepi32_ps(t));
-    const __m256 bound = _mm256_blendv_ps(_mm256_set1_ps(0.5f), _mm256_set1_ps(-0x1.fffffep-2f),
-                                          _mm256_castsi256_ps(_mm256_or_si256(t, h)));
-    return _mm256_sub_epi32(t, _mm256_castps_si256(_mm256_cmp_ps(f, bound, _CMP_GE_OQ)));
+// The scalar rule's double t = x * 2^31 + 0.5 for |x| < 2^20 (fused: x * 2^31
+// is exact, so one rounding gives the same t), truncated toward zero, as the
+// int64 it holds: |trunc(t)| < 2^51, so trunc(t) + 1.5 * 2^52 lies in
+// [2^52, 2^53), where a double's bits count units of 1 from 2^52.
+inline __m256i widened_below_2p20(__m128 x) {
+    const __m256d magic = _mm256_set1_pd(0x1.8p52);
+#if defined(__FMA__)
+    const __m256d t = _mm256_fmadd_pd(_mm256_cvtps_pd(x), _mm256_set1_pd(kTwo31), _mm256_set1_pd(0.5));
+#else
+    const __m256d t = _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(x), _mm256_set1_pd(kTwo31)), _mm256_set1_pd(0.5));
+#endif
+    const __m256d whole = _mm256_round_pd(t, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
+    return _mm256_sub_epi64(_mm256_castpd_si256(_mm256_add_pd(whole, magic)), _mm256_castpd_si256(magic));
 }
 
 inline __m256i truncate_wide(__m256d t, __m256d& ok) {
@@ -113,28 +112,10 @@ void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
     const __m256 magnitude_bits = _mm256_castsi256_ps(_mm256_set1_epi32(INT32_MAX));
     for (; i + 8 <= count; i += 8) {
         const __m256 x = _mm256_loadu_ps(reinterpret_cast<const float*>(at(src, i, 4)));
-        const __m256 below_one = _mm256_cmp_ps(_mm256_and_ps(x, magnitude_bits), _mm256_set1_ps(1.0f), _CMP_LT_OQ);
-        if (_mm256_movemask_ps(below_one) == 0xFF) {
-            // Below full scale: v = x * 2^31 lies inside the int32 range.
-            const __m256i r = rounded_low(_mm256_mul_ps(x, _mm256_set1_ps(0x1p31f)), _mm256_setzero_si256());
-            store256(at(dst, i, 8), _mm256_cvtepi32_epi64(_mm256_castsi256_si128(r)));
-            store256(at(dst, i + 4, 8), _mm256_cvtepi32_epi64(_mm256_extracti128_si256(r, 1)));
-            continue;
-        }
-        // Below 2^20 + 1 in magnitude (a from -2^20 to 2^20 - 1; NaN fails the
-        // test, and the scalar rule's double is exact there): x = a + y with
-        // a = trunc(x) and |y| < 1 of the sign of x, both exact, so that
-        // v = a * 2^31 + y * 2^31 and the low part is taken from y * 2^31.
-        const __m256i a = _mm256_cvttps_epi32(x);
-        const __m256i a_out = _mm256_srli_epi32(_mm256_add_epi32(a, _mm256_set1_epi32(1 << 20)), 21);
-        if (_mm256_testz_si256(a_out, a_out)) {
-            const __m256 y = _mm256_sub_ps(x, _mm256_cvtepi32_ps(a));
-            const __m256i low = rounded_low(_mm256_mul_ps(y, _mm256_set1_ps(0x1p31f)), a);
-            const auto widened = [](__m128i a4, __m128i low4) {
-                return _mm256_add_epi64(_mm256_slli_epi64(_mm256_cvtepi32_epi64(a4), 31), _mm256_cvtepi32_epi64(low4));
-            };
-            store256(at(dst, i, 8), widened(_mm256_castsi256_si128(a), _mm256_castsi256_si128(low)));
-            store256(at(dst, i + 4, 8), widened(_mm256_extracti128_si256(a, 1), _mm256_extracti128_si256(low, 1)));
+        const __m256 in_range = _mm256_cmp_ps(_mm256_and_ps(x, magnitude_bits), _mm256_set1_ps(0x1p20f), _CMP_LT_OQ);
+        if (_mm256_movemask_ps(in_range) == 0xFF) {  // NaN fails the test
+            store256(at(dst, i, 8), widened_below_2p20(_mm256_castps256_ps128(x)));
+            store256(at(dst, i + 4, 8), widened_below_2p20(_mm256_extractf128_ps(x, 1)));
             continue;
         }
         // Anything else in double precision, as the scalar rule computes it.

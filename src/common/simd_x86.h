@@ -135,11 +135,18 @@ inline __m256i scale_q15_lanes(__m256i x, __m256i g) {
     return _mm256_add_epi64(low, _mm256_slli_epi64(cross, 17));
 }
 
-inline __m256i scale_q15_lanes_by(__m256i x, __m256i g, bool gain_is_negative) {
-    const __m256i low = _mm256_srli_epi64(_mm256_mul_epu32(x, g), 15);
-    __m256i cross = _mm256_mul_epu32(_mm256_srli_epi64(x, 32), g);
-    if (gain_is_negative) cross = _mm256_sub_epi64(cross, x);
-    return _mm256_add_epi64(low, _mm256_slli_epi64(cross, 17));
+// The Q15 rule for 32-bit gains (sign-extended to 64 bits, or zero-extended
+// where negative is false and no lane's gain reaches 2^32): gg holds each
+// lane's 32 gain bits in both halves, and the result lands in the HIGH half of
+// each 64-bit lane. Bits 15 to 46 of x * g are the high half of x' * g modulo
+// 2^64 with x' = x << 17, that is hi32(xl' * gl) + lo32(xh' * gl), less xl'
+// where g is negative (its high half all ones); one 32 x 32 -> 64 product and
+// one 32-bit product per lane.
+inline __m256i scale_q15_high(__m256i x, __m256i gg, bool negative) {
+    const __m256i xs = _mm256_slli_epi64(x, 17);
+    const __m256i r = _mm256_add_epi32(_mm256_mul_epu32(xs, gg), _mm256_mullo_epi32(xs, gg));
+    if (!negative) return r;
+    return _mm256_sub_epi32(r, _mm256_and_si256(_mm256_slli_epi64(xs, 32), _mm256_srai_epi32(gg, 31)));
 }
 
 #endif  // __AVX2__

@@ -25,11 +25,13 @@ inline __m128i ramp_gains4(const u8* table, __m128i start, __m128i diff) {
     return _mm_add_epi32(start, _mm_srai_epi32(product, 15));
 }
 
-// The Q15 rule with 64-bit gains g, of zero high half when nonnegative.
-template <typename V>
-inline V scale(V x, V g, bool nonnegative) {
+#if !defined(__AVX2__)
+// The Q15 rule with 64-bit gains g, of zero high half when nonnegative (all
+// the library's gains): one cross product fewer.
+inline __m128i scale(__m128i x, __m128i g, bool nonnegative) {
     return nonnegative ? scale_q15_lanes_by(x, g, false) : scale_q15_lanes(x, g);
 }
+#endif
 
 }  // namespace
 
@@ -64,32 +66,39 @@ int32_t apply_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain,
     }
 #endif
     for (; f + 4 <= count; f += 4) {
-        __m128i g01, g23;  // 64-bit gains of frames f, f + 1 and f + 2, f + 3
         const __m128i g4 = ramp_gains4(at(ramp_table, f, 4), start, diff);
-        widen_epi32(g4, g01, g23);
-        // Gains of 0 and up (all the library's) have a zero high half: one
-        // cross product fewer.
-        const bool nonnegative = _mm_movemask_ps(_mm_castsi128_ps(g4)) == 0;
-        if (is_stereo) {
+        const bool negative = _mm_movemask_ps(_mm_castsi128_ps(g4)) != 0;
 #if defined(__AVX2__)
-            const __m256i ga = _mm256_permute4x64_epi64(_mm256_castsi128_si256(g01), _MM_SHUFFLE(1, 1, 0, 0));
-            const __m256i gb = _mm256_permute4x64_epi64(_mm256_castsi128_si256(g23), _MM_SHUFFLE(1, 1, 0, 0));
-            const __m256i a = scale(load256(at(src, 2 * f, 8)), ga, nonnegative);
-            const __m256i b = scale(load256(at(src, 2 * f + 4, 8)), gb, nonnegative);
-            store256(at(dst, 2 * f, 4), low_halves(a, b));
+        // Each sample's gain in both halves of its 64-bit lane.
+        const __m256i g = _mm256_castsi128_si256(g4);
+        if (is_stereo) {
+            const __m256i ga = _mm256_permutevar8x32_epi32(g, _mm256_setr_epi32(0, 0, 0, 0, 1, 1, 1, 1));
+            const __m256i gb = _mm256_permutevar8x32_epi32(g, _mm256_setr_epi32(2, 2, 2, 2, 3, 3, 3, 3));
+            const __m256i a = scale_q15_high(load256(at(src, 2 * f, 8)), ga, negative);
+            const __m256i b = scale_q15_high(load256(at(src, 2 * f + 4, 8)), gb, negative);
+            store256(at(dst, 2 * f, 4), high_halves(a, b));
+        } else {
+            const __m256i gg = _mm256_permutevar8x32_epi32(g, _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3));
+            const __m256i a = scale_q15_high(load256(at(src, f, 8)), gg, negative);
+            const __m256i packed = _mm256_permutevar8x32_epi32(a, _mm256_setr_epi32(1, 3, 5, 7, 1, 3, 5, 7));
+            store128(at(dst, f, 4), _mm256_castsi256_si128(packed));
+        }
 #else
-            const __m128i a = scale(load128(at(src, 2 * f, 8)), _mm_unpacklo_epi64(g01, g01), nonnegative);
-            const __m128i b = scale(load128(at(src, 2 * f + 2, 8)), _mm_unpackhi_epi64(g01, g01), nonnegative);
-            const __m128i c = scale(load128(at(src, 2 * f + 4, 8)), _mm_unpacklo_epi64(g23, g23), nonnegative);
-            const __m128i d = scale(load128(at(src, 2 * f + 6, 8)), _mm_unpackhi_epi64(g23, g23), nonnegative);
+        __m128i g01, g23;  // 64-bit gains of frames f, f + 1 and f + 2, f + 3
+        widen_epi32(g4, g01, g23);
+        if (is_stereo) {
+            const __m128i a = scale(load128(at(src, 2 * f, 8)), _mm_unpacklo_epi64(g01, g01), !negative);
+            const __m128i b = scale(load128(at(src, 2 * f + 2, 8)), _mm_unpackhi_epi64(g01, g01), !negative);
+            const __m128i c = scale(load128(at(src, 2 * f + 4, 8)), _mm_unpacklo_epi64(g23, g23), !negative);
+            const __m128i d = scale(load128(at(src, 2 * f + 6, 8)), _mm_unpackhi_epi64(g23, g23), !negative);
             store128(at(dst, 2 * f, 4), low_halves(a, b));
             store128(at(dst, 2 * f + 4, 4), low_halves(c, d));
-#endif
         } else {
-            const __m128i a = scale(load128(at(src, f, 8)), g01, nonnegative);
-            const __m128i b = scale(load128(at(src, f + 2, 8)), g23, nonnegative);
+            const __m128i a = scale(load128(at(src, f, 8)), g01, !negative);
+            const __m128i b = scale(load128(at(src, f + 2, 8)), g23, !negative);
             store128(at(dst, f, 4), low_halves(a, b));
         }
+#endif
     }
     // The last count mod 4 frames, with the table from frame f on.
     const size_t done = is_stereo ? size_t(f) * 2 : size_t(f);

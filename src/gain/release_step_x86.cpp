@@ -2,6 +2,8 @@
 // start + (k + 1) * step, stepped by a lane-count multiple of step), each
 // sample scaled by the Q15 scaling rule with the full 64-bit gain, whose high
 // half takes part in the wrapped product exactly as in the 64-bit reference.
+// When every gain of the call lies in [0, 2^32), as the library's do, AVX2
+// keeps only their low halves and forms each product from 32-bit pieces.
 #if defined(__x86_64__)
 
 #include "common/kernels.h"
@@ -47,7 +49,31 @@ int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain
     const uint32_t frames_done = 0;
 #endif
 #if defined(__AVX2__)
-    const uint32_t k = frames_done;
+    uint32_t k = frames_done;
+    if (narrow_gains) {
+        // Every gain below 2^32: each sample's gain in both halves of its
+        // 64-bit lane (scale_q15_high), stepped by 32-bit additions, which no
+        // gain between the first and the last makes wrap.
+        const auto gain = [&](uint32_t frame) { return int32_t(uint32_t(uint64_t(release_gain(start_gain, step, frame)))); };
+        __m256i ga, gb;  // samples i to i + 3, i + 4 to i + 7
+        if (is_stereo) {
+            ga = _mm256_setr_epi32(gain(k), gain(k), gain(k), gain(k), gain(k + 1), gain(k + 1), gain(k + 1), gain(k + 1));
+            gb = _mm256_setr_epi32(gain(k + 2), gain(k + 2), gain(k + 2), gain(k + 2), gain(k + 3), gain(k + 3), gain(k + 3), gain(k + 3));
+        } else {
+            ga = _mm256_setr_epi32(gain(k), gain(k), gain(k + 1), gain(k + 1), gain(k + 2), gain(k + 2), gain(k + 3), gain(k + 3));
+            gb = _mm256_setr_epi32(gain(k + 4), gain(k + 4), gain(k + 5), gain(k + 5), gain(k + 6), gain(k + 6), gain(k + 7), gain(k + 7));
+        }
+        const uint32_t frames_per_group = is_stereo ? 4 : 8;
+        const __m256i gg_step = _mm256_set1_epi32(int32_t(uint32_t(step) * frames_per_group));
+        for (; i + 8 <= samples; i += 8) {
+            const __m256i a = scale_q15_high(load256(at(src, i, 8)), ga, false);
+            const __m256i b = scale_q15_high(load256(at(src, i + 4, 8)), gb, false);
+            store256(at(dst, i, 4), high_halves(a, b));
+            ga = _mm256_add_epi32(ga, gg_step);
+            gb = _mm256_add_epi32(gb, gg_step);
+        }
+        k = uint32_t(is_stereo ? i / 2 : i);
+    }
     __m256i g = is_stereo ? _mm256_set_epi64x(release_gain(start_gain, step, k + 1), release_gain(start_gain, step, k + 1),
                                               release_gain(start_gain, step, k), release_gain(start_gain, step, k))
                           : _mm256_set_epi64x(release_gain(start_gain, step, k + 3), release_gain(start_gain, step, k + 2),
@@ -55,7 +81,7 @@ int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain
     const __m256i g_step = _mm256_set1_epi64x(int64_t(uint64_t(s) * (is_stereo ? 2 : 4)));
     for (; i + 4 <= samples; i += 4) {
         const __m256i x = load256(at(src, i, 8));
-        const __m256i a = narrow_gains ? scale_q15_lanes_by(x, g, false) : scale_q15_lanes(x, g);
+        const __m256i a = scale_q15_lanes(x, g);
         g = _mm256_add_epi64(g, g_step);
         const __m128i lo = _mm256_castsi256_si128(a), hi = _mm256_extracti128_si256(a, 1);
         store128(at(dst, i, 4), low_halves(lo, hi));

@@ -2,8 +2,8 @@
 //
 // The Q15 scaling rule needs bits 15 to 46 of a 64 x 64-bit product; SSE2 and
 // AVX2 multiply 32 x 32 -> 64 bits, so each product is put together from its
-// 32-bit halves (scale_q15_lanes_by in common/simd_x86.h), which wraps exactly
-// as the 64-bit product does.
+// 32-bit halves (scale_q15_lanes_by and scale_q15_high in common/simd_x86.h),
+// which wraps exactly as the 64-bit product does.
 #if defined(__x86_64__)
 
 #include "common/kernels.h"
@@ -35,11 +35,11 @@ void apply_fix_gain(int32_t gain, const int64_t* src, int32_t* dst, int32_t coun
     }
 #endif
 #if defined(__AVX2__)
-    const __m256i g8 = _mm256_set1_epi64x(gain);
+    const __m256i gg = _mm256_set1_epi32(gain);
     for (; i + 8 <= n; i += 8) {
-        const __m256i a = scale_q15_lanes_by(load256(at(src, i, 8)), g8, negative);
-        const __m256i b = scale_q15_lanes_by(load256(at(src, i + 4, 8)), g8, negative);
-        store256(at(dst, i, 4), low_halves(a, b));
+        const __m256i a = scale_q15_high(load256(at(src, i, 8)), gg, negative);
+        const __m256i b = scale_q15_high(load256(at(src, i + 4, 8)), gg, negative);
+        store256(at(dst, i, 4), high_halves(a, b));
     }
 #endif
     const __m128i g = _mm_set1_epi64x(gain);

@@ -14,6 +14,7 @@ set(TAVIKLIMITER_SOURCES
     src/gain/attack_ramp.cpp
     src/gain/fade_ramps.cpp
     src/gain/hard_clipping.cpp
+    src/gain/float32_emission.cpp
     src/convert/block_copies.cpp
     src/convert/reencode.cpp
     src/convert/narrow.cpp
@@ -24,6 +25,7 @@ set(TAVIKLIMITER_SOURCES
     src/gain/release_step_x86.cpp
     src/gain/attack_ramp_x86.cpp
     src/gain/hard_clipping_x86.cpp
+    src/gain/float32_emission_x86.cpp
     src/convert/block_copies_x86.cpp
     src/convert/reencode_x86.cpp
     src/convert/narrow_x86.cpp

@@ -95,8 +95,9 @@ std::vector<Params> gains_list(std::initializer_list<int32_t> gains, std::initia
 }
 
 // Start/end (or start/step) pairs in mono and stereo, with the library's
-// table and a random one, plus the every-second-sample mode in mono.
-std::vector<Params> ramp_list(std::initializer_list<std::pair<int32_t, int32_t>> pairs) {
+// table and a random one, plus (with_strides) the every-second-sample mode in
+// mono.
+std::vector<Params> ramp_list(std::initializer_list<std::pair<int32_t, int32_t>> pairs, bool with_strides = true) {
     std::vector<Params> out;
     bool random_table = false;
     for (auto [a, b] : pairs) {
@@ -110,6 +111,7 @@ std::vector<Params> ramp_list(std::initializer_list<std::pair<int32_t, int32_t>>
         }
         random_table = !random_table;
     }
+    if (!with_strides) return out;
     Params s2;
     s2.a = 32767;
     s2.b = 16384;
@@ -124,6 +126,13 @@ std::vector<Params> ramp_list(std::initializer_list<std::pair<int32_t, int32_t>>
 const std::initializer_list<std::pair<int32_t, int32_t>> kRampPairs = {
     {32767, 0},   {0, 32767},    {32767, 16384}, {20000, 32767},         {1000, 1001},
     {32767, 32766}, {-5, 100},   {24000, 20000}, {INT32_MIN, INT32_MAX}, {16384, 16384}};
+
+// Gains far beyond the library's, up to the largest: the float32 emission
+// forms its products in double precision, exact only while they stay small.
+const std::initializer_list<std::pair<int32_t, int32_t>> kWideRampPairs = {
+    {INT32_MAX, INT32_MIN}, {-268435456, -268435457}, {0x1FFFFFFF, 0}, {32767, 0}, {0, 32767}, {-5, 100}};
+const std::initializer_list<std::pair<int32_t, int32_t>> kWideStepPairs = {
+    {INT32_MAX, INT32_MAX}, {0x1FFFFFFF, 0x1234567}, {INT32_MIN, -1}, {-268435000, -8}, {16384, 4}, {0, -3}};
 
 const std::initializer_list<std::pair<int32_t, int32_t>> kStepPairs = {
     {16384, 4},  {32763, 4}, {32767, 4},  {0, -3}, {20000, 100}, {INT32_MAX, INT32_MAX},
@@ -315,6 +324,30 @@ const std::vector<Kernel>& kernels() {
          [](bool v, const Call& c) -> int64_t {
              TVL_PICK(v, narrow_q33p31_to_float32)(as_src<const int64_t>(c), as_dst<float>(c), uint32_t(c.count));
              return 0;
+         }},
+        {"emit_float32_at_unity", Data::F32, Data::F32, kNarrowing, stride_list({1}), consecutive, false, false,
+         [](bool v, const Call& c) -> int64_t {
+             TVL_PICK(v, emit_float32_at_unity)(as_src<const float>(c), as_dst<float>(c), uint32_t(c.count));
+             return 0;
+         }},
+        {"emit_float32_fix_gain", Data::F32, Data::F32, kNarrowing,
+         gains_list({0, 1, 32767, 16384, 12345, -1, -32768, INT32_MAX, INT32_MIN, 0x1FFFFFFF, -0x1234567}, {1}),
+         consecutive, false, false,
+         [](bool v, const Call& c) -> int64_t {
+             TVL_PICK(v, emit_float32_fix_gain)(c.p.a, as_src<const float>(c), as_dst<float>(c), uint32_t(c.count));
+             return 0;
+         }},
+        {"emit_float32_targ_gain", Data::F32, Data::F32, kNarrowing, ramp_list(kWideRampPairs, false), frames, true,
+         false,
+         [](bool v, const Call& c) -> int64_t {
+             return TVL_PICK(v, emit_float32_targ_gain)(c.p.stereo, c.p.a, c.p.b, as_src<const float>(c),
+                                                        as_dst<float>(c), c.table, uint32_t(c.count));
+         }},
+        {"emit_float32_step_gain", Data::F32, Data::F32, kNarrowing, ramp_list(kWideStepPairs, false), frames, false,
+         false,
+         [](bool v, const Call& c) -> int64_t {
+             return TVL_PICK(v, emit_float32_step_gain)(c.p.stereo, c.p.a, c.p.b, as_src<const float>(c),
+                                                        as_dst<float>(c), uint32_t(c.count));
          }},
     };
     return table;

@@ -226,7 +226,40 @@ TVL_CHECK_COPY(copy_q1p31_to_q5p27, int32_t, int32_t)
 TVL_CHECK_COPY(move_from_q33p31_to_q1p31, int64_t, int32_t)
 TVL_CHECK_COPY(clip_from_q33p31_to_q1p31, int64_t, int32_t)
 TVL_CHECK_COPY(narrow_q33p31_to_float32, int64_t, float)
+TVL_CHECK_COPY(emit_float32_at_unity, float, float)
 #undef TVL_CHECK_COPY
+
+void emit_float32_fix_gain(int32_t gain, const float* src, float* dst, uint32_t count) {
+    Mirror m(src, size_t(count) * 4, dst, size_t(count) * 4);
+    vector::emit_float32_fix_gain(gain, src, dst, count);
+    if (!m.fits()) return;
+    scalar::emit_float32_fix_gain(gain, m.map(src), m.map(dst), count);
+    m.expect_same_as_memory();
+}
+
+int32_t emit_float32_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const float* src, float* dst,
+                               const int32_t* ramp_table, uint32_t count) {
+    const size_t n = frame_samples(is_stereo, count, 1);
+    const bool table_apart = !overlaps(ramp_table, size_t(count) * 4, dst, n * 4);
+    Mirror m(src, n * 4, dst, n * 4);
+    const int32_t r = vector::emit_float32_targ_gain(is_stereo, start_gain, end_gain, src, dst, ramp_table, count);
+    if (!m.fits() || !table_apart) return r;
+    expect_equal(r, scalar::emit_float32_targ_gain(is_stereo, start_gain, end_gain, m.map(src), m.map(dst), ramp_table,
+                                                   count));
+    m.expect_same_as_memory();
+    return r;
+}
+
+int32_t emit_float32_step_gain(int32_t is_stereo, int32_t start_gain, int32_t step, const float* src, float* dst,
+                               uint32_t count) {
+    const size_t n = frame_samples(is_stereo, count, 1);
+    Mirror m(src, n * 4, dst, n * 4);
+    const int32_t r = vector::emit_float32_step_gain(is_stereo, start_gain, step, src, dst, count);
+    if (!m.fits()) return r;
+    expect_equal(r, scalar::emit_float32_step_gain(is_stereo, start_gain, step, m.map(src), m.map(dst), count));
+    m.expect_same_as_memory();
+    return r;
+}
 
 // In-place re-encodings touching `bytes` bytes per sample (the wider format).
 #define TVL_CHECK_REENCODE(kernel, bytes)                   \

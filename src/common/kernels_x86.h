@@ -43,4 +43,14 @@ TVL_DECLARE_KERNEL(move_from_q33p31_to_q1p31)
 TVL_DECLARE_KERNEL(clip_from_q33p31_to_q1p31)
 TVL_DECLARE_KERNEL(narrow_q33p31_to_float32)
 
+#if defined(__AVX2__)
+TVL_DECLARE_KERNEL(emit_float32_at_unity)
+TVL_DECLARE_KERNEL(emit_float32_fix_gain)
+TVL_DECLARE_KERNEL(emit_float32_targ_gain)
+TVL_DECLARE_KERNEL(emit_float32_step_gain)
+// The limiting path emits float32 blocks straight from the input (see
+// limiting_path.cpp): in double precision these beat the Q33.31 round trip.
+constexpr bool kEmitsFloat32FromInput = true;
+#endif
+
 }  // namespace tvl::x86

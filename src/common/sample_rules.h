@@ -173,4 +173,14 @@ constexpr float q5p27_to_float32(int32_t w) { return float(w) * 0x1p-27f; }
 // [-16.0, 16.0); outside it (infinities included) the 32-bit bounds; NaN 0.
 constexpr int32_t float32_to_q5p27(float x) { return truncate_to_int32(double(x) * 0x1p27 + 0.5); }
 
+// ---- A float32 sample through the limiter ------------------------------------
+
+// Widened to Q33.31, narrowed to Q1.31 by wrap (unity) or scaled by a Q15 gain
+// g sign-extended to 64 bits, and back to float32: the delay line, a gain
+// kernel and the block copy one after the other.
+inline float float32_at_unity(float x) { return q1p31_to_float32(narrow_q33p31_to_q1p31(float32_to_q33p31(x))); }
+inline float float32_scaled_q15(float x, int64_t g) {
+    return q1p31_to_float32(scale_q33p31_to_q1p31(float32_to_q33p31(x), g));
+}
+
 }  // namespace tvl

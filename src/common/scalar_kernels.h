@@ -45,6 +45,15 @@
 //   narrow_q33p31_to_float32: no_limiter then copy_q1p31_to_float32 in one
 //     pass, for a block that leaves at unity as float32.
 #define TVL_KERNEL_narrow_q33p31_to_float32 void narrow_q33p31_to_float32(const int64_t* src, float* dst, uint32_t count)
+//   emit_float32_at_unity, emit_float32_fix_gain, emit_float32_targ_gain,
+//     emit_float32_step_gain: a float32 block widened to Q33.31, then
+//     no_limiter, apply_fix_gain, apply_targ_gain or
+//     apply_step_gain_without_saturation (count frames, consecutive samples),
+//     then copy_q1p31_to_float32, in one pass.
+#define TVL_KERNEL_emit_float32_at_unity void emit_float32_at_unity(const float* src, float* dst, uint32_t count)
+#define TVL_KERNEL_emit_float32_fix_gain void emit_float32_fix_gain(int32_t gain, const float* src, float* dst, uint32_t count)
+#define TVL_KERNEL_emit_float32_targ_gain int32_t emit_float32_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const float* src, float* dst, const int32_t* ramp_table, uint32_t count)
+#define TVL_KERNEL_emit_float32_step_gain int32_t emit_float32_step_gain(int32_t is_stereo, int32_t start_gain, int32_t step, const float* src, float* dst, uint32_t count)
 
 #define TVL_DECLARE_KERNEL(name) TVL_KERNEL_##name;
 
@@ -79,8 +88,18 @@
     X(peak_q33p31) \
     X(peak_float32) \
     X(peak_q5p27) \
-    X(narrow_q33p31_to_float32)
+    X(narrow_q33p31_to_float32) \
+    X(emit_float32_at_unity) \
+    X(emit_float32_fix_gain) \
+    X(emit_float32_targ_gain) \
+    X(emit_float32_step_gain)
 
 namespace tvl::scalar {
 TVL_ALL_KERNELS(TVL_DECLARE_KERNEL)
+
+// Whether the limiting path takes a float32 block that needs no rest in the
+// delay line straight from the input through the emit_float32 kernels, rather
+// than through Q33.31 in the delay line: where an instruction set makes that
+// the faster way, its namespace says so.
+constexpr bool kEmitsFloat32FromInput = false;
 }  // namespace tvl::scalar

@@ -54,6 +54,12 @@ private:
 bool limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const unsigned char* input, uint32_t format,
                                      int32_t block_min_gain, int32_t* emitted, float* unity_out);
 
+// The same step for a float32 held block that has not been put into the delay
+// line but still lies in the input at `held`: it leaves as float32 at `out`
+// (no output gain), by the same gains and to the same bytes. The delay line
+// is not touched. Updates cur_gain and last_min_gain in rec.
+void limiter_step_float32_from_input(LimiterHandle& rec, const float* held, int32_t block_min_gain, float* out);
+
 // The limiting and bypass paths of limiter_all_format() on a local copy of
 // the record, which the caller writes back. frames is at least 64.
 int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsigned char* output,

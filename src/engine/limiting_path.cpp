@@ -31,13 +31,27 @@ int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsign
     const uint32_t format = rec.pcm_format;
     const size_t in_block_bytes = samples * (format == LMTR_PCM_Q33P31 ? 8u : 4u);
     const size_t out_block_bytes = samples * 4u;  // Q1.31, float32 and Q5.27 alike
-    for (uint32_t k = 0; k < frames / kBlockFrames; ++k) {
+    const uint32_t blocks = frames / kBlockFrames;
+    // With float32 in and out, no output gain and the output apart from the
+    // input, a block other than the call's last need not rest in the delay
+    // line: the next step takes it from the input, where it stays unchanged,
+    // and emits it straight to float32. Only the last block is widened into
+    // the delay line for the next call.
+    const bool from_input = vector::kEmitsFloat32FromInput && format == LMTR_PCM_FLOAT32 && !makeup_gain_set(rec) &&
+                            !overlaps(input, blocks * in_block_bytes, output, blocks * out_block_bytes);
+    for (uint32_t k = 0; k < blocks; ++k) {
         // Input block k is read whole (the gain, then the widening into the
         // delay line) before output block k is written, and output block k
         // ends where input block k + 1 begins at the latest: in place is safe.
         const unsigned char* in = input + k * in_block_bytes;
         unsigned char* out = output + k * out_block_bytes;
         const int32_t block_min_gain = required_gain.of_block(in, scratch_block, out_block);
+        if (from_input && k > 0) {
+            limiter_step_float32_from_input(rec, reinterpret_cast<const float*>(in - in_block_bytes), block_min_gain,
+                                            reinterpret_cast<float*>(out));
+            if (k + 1 == blocks) widen_block(format, in, reinterpret_cast<int64_t*>(rec.delay_line), samples);
+            continue;
+        }
         // Q1.31 output is emitted where it belongs unless that would overwrite
         // the input block before it is widened; the other formats are
         // converted from out_block.

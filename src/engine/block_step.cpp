@@ -117,7 +117,7 @@ bool limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const unsigned char* in
     const int32_t cur = emit_held_block(rec, block_min_gain, emit);
 
     // The held block has left: the new one takes its place.
-    widen_block(format, input, delay_line, samples);
+    if (input != nullptr) widen_block(format, input, delay_line, samples);
     if (makeup_gain_set(rec) && !emit.left_as_float32) active::apply_makeup_gain(emitted, samples, int32_t(rec.makeup_gain));
     rec.cur_gain = cur;
     rec.last_min_gain = block_min_gain;

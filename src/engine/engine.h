@@ -45,7 +45,8 @@ private:
 // block) and the smallest gain its samples need. The held block leaves the
 // delay line as Q1.31 in `emitted` (samples_per_block words), with the gain
 // moving towards the smaller of block_min_gain and the held block's own
-// requirement; the new block, widened to Q33.31, then takes its place.
+// requirement; the new block, widened to Q33.31, then takes its place (unless
+// input is null: a block that the next step takes from the input instead).
 // Updates cur_gain and last_min_gain in rec. `emitted` must not overlap the
 // input block, which is read after the emission.
 // A block that leaves at exact unity goes instead straight to float32 at

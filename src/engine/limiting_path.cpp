@@ -39,17 +39,29 @@ int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsign
     // the delay line for the next call.
     const bool from_input = vector::kEmitsFloat32FromInput && format == LMTR_PCM_FLOAT32 && !makeup_gain_set(rec) &&
                             !overlaps(input, blocks * in_block_bytes, output, blocks * out_block_bytes);
+    // The gains that the blocks need are found a batch of blocks ahead of
+    // their steps, so that the peaks of successive blocks overlap and each
+    // step's choice of gain move is known before the step begins.
+    constexpr uint32_t kBatch = 16;
+    int32_t block_min_gains[kBatch];
     for (uint32_t k = 0; k < blocks; ++k) {
         // Input block k is read whole (the gain, then the widening into the
         // delay line) before output block k is written, and output block k
         // ends where input block k + 1 begins at the latest: in place is safe.
         const unsigned char* in = input + k * in_block_bytes;
         unsigned char* out = output + k * out_block_bytes;
-        const int32_t block_min_gain = required_gain.of_block(in, scratch_block, out_block);
+        if (k % kBatch == 0) {
+            const uint32_t batch = blocks - k < kBatch ? blocks - k : kBatch;
+            for (uint32_t j = 0; j < batch; ++j) {
+                block_min_gains[j] = required_gain.of_block(in + j * in_block_bytes, scratch_block, out_block);
+            }
+        }
+        const int32_t block_min_gain = block_min_gains[k % kBatch];
+        const bool next_takes_it_from_input = from_input && k + 1 < blocks;
         if (from_input && k > 0) {
             limiter_step_float32_from_input(rec, reinterpret_cast<const float*>(in - in_block_bytes), block_min_gain,
                                             reinterpret_cast<float*>(out));
-            if (k + 1 == blocks) widen_block(format, in, reinterpret_cast<int64_t*>(rec.delay_line), samples);
+            if (!next_takes_it_from_input) widen_block(format, in, reinterpret_cast<int64_t*>(rec.delay_line), samples);
             continue;
         }
         // Q1.31 output is emitted where it belongs unless that would overwrite
@@ -63,7 +75,8 @@ int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsign
                                    !overlaps(in, in_block_bytes, out, out_block_bytes)
                                ? reinterpret_cast<float*>(out)
                                : nullptr;
-        if (limiter_primary_q33p31_to_q1p31(rec, in, format, block_min_gain, emitted, unity_out)) continue;
+        const unsigned char* to_hold = next_takes_it_from_input ? nullptr : in;
+        if (limiter_primary_q33p31_to_q1p31(rec, to_hold, format, block_min_gain, emitted, unity_out)) continue;
         switch (format) {
             case LMTR_PCM_Q33P31:
                 if (!direct) copy_bytes(out, out_block, out_block_bytes);

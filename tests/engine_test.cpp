@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <cmath>
+#include <limits>
+#include <random>
 #include <tuple>
 
 #include "common/sample_rules.h"
@@ -505,3 +508,57 @@ TEST(BlockPeaks, ThirtyTwoBitInputMatchesItsWidenedStream) {
 }
 
 }  // namespace
+
+// ---- float32 emitted from the input --------------------------------------------
+
+// With the output apart from the input, float32 blocks of a call but its last
+// leave straight from the input; in place they pass through the delay line.
+// Both ways must give the same output, gains and delay line, on audio that
+// takes every gain move (attack, hold, release under several release steps
+// and ceilings) and holds special values (NaN, infinities, -1.0, values beyond
+// 2^20 and 2^31), in periods of one block and of many.
+TEST(Float32Routes, FromTheInputAndThroughTheDelayLineAgree) {
+    const float specials[] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
+                              -std::numeric_limits<float>::infinity(), -1.0f, 1.0f, 0x1p20f, -0x1p21f, 0x1p32f,
+                              -0x1p40f, 0x1p-149f, -0.0f, 0.99997f};
+    for (bool stereo : {false, true}) {
+        for (const auto& [ceiling, release_step] : {std::pair{32767, 4}, std::pair{16384, 1000}, std::pair{30000, 40}}) {
+            SCOPED_TRACE(::testing::Message() << (stereo ? "stereo" : "mono") << ", ceiling " << ceiling << ", step "
+                                              << release_step);
+            const size_t frames = 64 * 60, n = frames * (stereo ? 2 : 1);
+            std::mt19937 rng(uint32_t(ceiling + release_step + stereo));
+            std::vector<float> audio(n);
+            for (size_t i = 0; i < n; ++i) {
+                // Sections of 5 blocks: quiet, hot, silent, hot with special values.
+                const size_t section = i / (320 * (stereo ? 2 : 1)) % 4;
+                const float level = section == 0 ? 0.3f : section == 2 ? 0.0f : 3.5f;
+                audio[i] = level * std::sin(0.0021f * float(i)) * std::uniform_real_distribution<float>(0.2f, 1.0f)(rng);
+                if (section == 3 && rng() % 97 == 0) audio[i] = specials[rng() % std::size(specials)];
+            }
+            const auto run = [&](bool in_place) {
+                Instance inst(LMTR_PCM_FLOAT32, stereo);
+                inst.edit([&](LimiterHandle& r) {
+                    r.ceiling = ceiling;
+                    r.release_step = release_step;
+                });
+                std::vector<float> out(n), in(audio);
+                const size_t periods[] = {960, 64, 320, 1000, 128, 4800};
+                for (size_t at = 0, p = 0; at < frames; ++p) {
+                    const size_t len = std::min(periods[p % std::size(periods)], frames - at) / 64 * 64;
+                    const size_t first = at * (stereo ? 2 : 1), bytes = len * (stereo ? 8 : 4);
+                    uint32_t in_size = uint32_t(bytes), out_size = uint32_t(bytes);
+                    float* dst = in_place ? in.data() + first : out.data() + first;
+                    EXPECT_EQ(Limiter_Process(inst.h, inst.scratch, in.data() + first, &in_size, dst, &out_size), LMTR_OK);
+                    at += len;
+                }
+                if (in_place) out = in;
+                const LimiterHandle r = inst.rec();
+                std::vector<unsigned char> state(inst.delay(), inst.delay() + 1024);
+                return std::tuple(std::vector<uint32_t>(reinterpret_cast<const uint32_t*>(out.data()),
+                                                        reinterpret_cast<const uint32_t*>(out.data()) + n),
+                                  r.cur_gain, r.last_min_gain, state);
+            };
+            EXPECT_EQ(run(false), run(true));
+        }
+    }
+}

@@ -2,7 +2,8 @@
 // block of look-ahead and written back in the input's format (Q1.31 for
 // Q33.31 input). The gain a new block needs is found from the input block
 // itself; the block is then widened to Q33.31 straight into the delay line,
-// once the held block has left it.
+// once the held block has left it, or, for float32 where the next step can
+// take it from the input, not at all.
 #include "common/kernels.h"
 #include "common/memory.h"
 #include "common/sample_rules.h"

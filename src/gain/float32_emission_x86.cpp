@@ -65,7 +65,7 @@ void emit_float32_at_unity(const float* src, float* dst, uint32_t count) {
     if (apart_or_below(src, dst, count)) {
         for (; i + 8 <= count; i += 8) {
             if (!store8(at(dst, i, 4), at_unity4(at(src, i, 4)), at_unity4(at(src, i + 4, 4)))) {
-                for (uint32_t j = i; j < i + 8; ++j) store<float>(dst, j, float32_at_unity(load<float>(src, j)));
+                scalar::emit_float32_at_unity(src + i, dst + i, 8);
             }
         }
     }
@@ -78,7 +78,7 @@ void emit_float32_fix_gain(int32_t gain, const float* src, float* dst, uint32_t 
         const __m256d gs = _mm256_set1_pd(gain * 0x1p-15);
         for (; i + 8 <= count; i += 8) {
             if (!store8(at(dst, i, 4), scaled4(at(src, i, 4), gs), scaled4(at(src, i + 4, 4), gs))) {
-                for (uint32_t j = i; j < i + 8; ++j) store<float>(dst, j, float32_scaled_q15(load<float>(src, j), gain));
+                scalar::emit_float32_fix_gain(gain, src + i, dst + i, 8);
             }
         }
     }
@@ -124,6 +124,14 @@ int32_t emit_float32_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t en
 int32_t emit_float32_step_gain(int32_t is_stereo, int32_t start_gain, int32_t step, const float* src, float* dst,
                                uint32_t count) {
     const size_t samples = is_stereo ? size_t(count) * 2 : size_t(count);
+    // Samples [from, to) by the rule (a scalar call could not start from a
+    // gain beyond 32 bits).
+    const auto by_rule = [&](size_t from, size_t to) {
+        for (size_t j = from; j < to; ++j) {
+            const int64_t g = release_gain(start_gain, step, uint32_t(is_stereo ? j / 2 : j));
+            store<float>(dst, ptrdiff_t(j), float32_scaled_q15(load<float>(src, ptrdiff_t(j)), g));
+        }
+    };
     size_t i = 0;
     if (apart_or_below(src, dst, samples)) {
         // Times 2^-15 the gains are multiples of 2^-15 below 2^23 in
@@ -133,22 +141,12 @@ int32_t emit_float32_step_gain(int32_t is_stereo, int32_t start_gain, int32_t st
         __m256d gb = is_stereo ? _mm256_setr_pd(gs(2), gs(2), gs(3), gs(3)) : _mm256_setr_pd(gs(4), gs(5), gs(6), gs(7));
         const __m256d g_step = _mm256_set1_pd(double(step) * (is_stereo ? 4 : 8) * 0x1p-15);
         for (; i + 8 <= samples; i += 8) {
-            if (!store8(at(dst, i, 4), scaled4(at(src, i, 4), ga), scaled4(at(src, i + 4, 4), gb))) {
-                for (size_t j = i; j < i + 8; ++j) {
-                    const uint32_t frame = uint32_t(is_stereo ? j / 2 : j);
-                    store<float>(dst, ptrdiff_t(j), float32_scaled_q15(load<float>(src, ptrdiff_t(j)),
-                                                                        release_gain(start_gain, step, frame)));
-                }
-            }
+            if (!store8(at(dst, i, 4), scaled4(at(src, i, 4), ga), scaled4(at(src, i + 4, 4), gb))) by_rule(i, i + 8);
             ga = _mm256_add_pd(ga, g_step);
             gb = _mm256_add_pd(gb, g_step);
         }
     }
-    for (; i < samples; ++i) {
-        const uint32_t frame = uint32_t(is_stereo ? i / 2 : i);
-        store<float>(dst, ptrdiff_t(i),
-                     float32_scaled_q15(load<float>(src, ptrdiff_t(i)), release_gain(start_gain, step, frame)));
-    }
+    by_rule(i, samples);
     return count == 0 ? start_gain : int32_t(uint32_t(uint64_t(release_gain(start_gain, step, count - 1))));
 }
 

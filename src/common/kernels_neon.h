@@ -168,6 +168,22 @@ inline uint32_t walk_frames(int32_t is_stereo, uint32_t count, NextGains next_ga
     return whole;
 }
 
+// walk_frames over the ramp gains of a table (the attack ramp and the fades):
+// frame i has start + ((table[i] * (end - start)) >> 15).
+template <typename Pass>
+inline uint32_t ramp_walk(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int32_t* ramp_table,
+                          uint32_t count, Pass pass) {
+    const int32x4_t start_s32x4 = vdupq_n_s32(start_gain);
+    const uint32x4_t diff_u32x4 = vdupq_n_u32(uint32_t(end_gain) - uint32_t(start_gain));  // end - start, 32 bits
+    size_t entry = 0;
+    auto next_gains = [&] {
+        const int32x4_t g = ramp_gains(ramp_table, entry, start_s32x4, diff_u32x4);
+        entry += 4;
+        return g;
+    };
+    return walk_frames(is_stereo, count, next_gains, pass);
+}
+
 }  // namespace lanes
 #endif
 

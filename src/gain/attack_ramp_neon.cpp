@@ -15,16 +15,8 @@ int32_t apply_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain,
         overlaps(ramp_table, size_t(count) * 4, dst, samples * 4)) {
         return scalar::apply_targ_gain(is_stereo, start_gain, end_gain, src, dst, ramp_table, count, stride);
     }
-    const int32x4_t start_s32x4 = vdupq_n_s32(start_gain);
-    const uint32x4_t diff_u32x4 = vdupq_n_u32(uint32_t(end_gain) - uint32_t(start_gain));  // end - start, 32 bits
-    size_t entry = 0;
-    auto next_gains = [&] {
-        const int32x4_t g = lanes::ramp_gains(ramp_table, entry, start_s32x4, diff_u32x4);
-        entry += 4;
-        return g;
-    };
     auto pass = [&](size_t first, int32x4_t ga, int32x4_t gb) { lanes::scale_eight(src, dst, first, ga, gb); };
-    const uint32_t done = lanes::walk_frames(is_stereo, count, next_gains, pass);
+    const uint32_t done = lanes::ramp_walk(is_stereo, start_gain, end_gain, ramp_table, count, pass);
     const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
     return scalar::apply_targ_gain(is_stereo, start_gain, end_gain, src + skip, dst + skip, ramp_table + done,
                                    count - done, stride);

@@ -22,22 +22,6 @@ bool vector_fade(int32_t is_stereo, int32_t stride, const void* src, void* dst, 
     return !overlaps(table, size_t(count) * 4, dst, bytes);
 }
 
-// The fade's frame walk: ramp gains of four frames at a time, eight samples
-// per pass through pass(first, ga, gb). Returns the frames done.
-template <typename Pass>
-uint32_t ramp_walk(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int32_t* ramp_table, uint32_t count,
-                   Pass pass) {
-    const int32x4_t start_s32x4 = vdupq_n_s32(start_gain);
-    const uint32x4_t diff_u32x4 = vdupq_n_u32(uint32_t(end_gain) - uint32_t(start_gain));  // end - start, 32 bits
-    size_t entry = 0;
-    auto next_gains = [&] {
-        const int32x4_t g = lanes::ramp_gains(ramp_table, entry, start_s32x4, diff_u32x4);
-        entry += 4;
-        return g;
-    };
-    return lanes::walk_frames(is_stereo, count, next_gains, pass);
-}
-
 // Q33.31 by a Q15 gain, kept in 64 bits: (x * g mod 2^64) >> 15, arithmetic,
 // for two registers of two samples. With x = h * 2^32 + l as in
 // lanes::scale_q15, x * g = l * g + h * g * 2^32, and modulo 2^64 the second
@@ -79,7 +63,7 @@ int32_t apply_ramp_gain_for_q33p31(int32_t is_stereo, int32_t start_gain, int32_
     if (!vector_fade(is_stereo, stride, src, dst, samples * 8, ramp_table, count)) {
         return scalar::apply_ramp_gain_for_q33p31(is_stereo, start_gain, end_gain, src, dst, ramp_table, count, stride);
     }
-    const uint32_t done = ramp_walk(is_stereo, start_gain, end_gain, ramp_table, count,
+    const uint32_t done = lanes::ramp_walk(is_stereo, start_gain, end_gain, ramp_table, count,
                                     [&](size_t first, int32x4_t ga, int32x4_t gb) {
                                         uint8x16x4_t x = vld1q_u8_x4(lanes::at(src, first * 8));
                                         scale_q33p31_x4(x.val[0], x.val[1], ga);
@@ -98,7 +82,7 @@ int32_t apply_ramp_gain_for_float32(int32_t is_stereo, int32_t start_gain, int32
         return scalar::apply_ramp_gain_for_float32(is_stereo, start_gain, end_gain, src, dst, ramp_table, count,
                                                    stride);
     }
-    const uint32_t done = ramp_walk(is_stereo, start_gain, end_gain, ramp_table, count,
+    const uint32_t done = lanes::ramp_walk(is_stereo, start_gain, end_gain, ramp_table, count,
                                     [&](size_t first, int32x4_t ga, int32x4_t gb) {
                                         uint8x16x2_t x = vld1q_u8_x2(lanes::at(src, first * 4));
                                         x.val[0] = scale_float32_x4(x.val[0], ga);
@@ -116,7 +100,7 @@ int32_t apply_ramp_gain_for_q5p27(int32_t is_stereo, int32_t start_gain, int32_t
     if (!vector_fade(is_stereo, stride, src, dst, samples * 4, ramp_table, count)) {
         return scalar::apply_ramp_gain_for_q5p27(is_stereo, start_gain, end_gain, src, dst, ramp_table, count, stride);
     }
-    const uint32_t done = ramp_walk(is_stereo, start_gain, end_gain, ramp_table, count,
+    const uint32_t done = lanes::ramp_walk(is_stereo, start_gain, end_gain, ramp_table, count,
                                     [&](size_t first, int32x4_t ga, int32x4_t gb) {
                                         uint8x16x2_t x = vld1q_u8_x2(lanes::at(src, first * 4));
                                         x.val[0] = scale_q5p27_x4(x.val[0], ga);

@@ -522,7 +522,8 @@ TEST(Float32Routes, FromTheInputAndThroughTheDelayLineAgree) {
                               -std::numeric_limits<float>::infinity(), -1.0f, 1.0f, 0x1p20f, -0x1p21f, 0x1p32f,
                               -0x1p40f, 0x1p-149f, -0.0f, 0.99997f};
     for (bool stereo : {false, true}) {
-        for (const auto& [ceiling, release_step] : {std::pair{32767, 4}, std::pair{16384, 1000}, std::pair{30000, 40}}) {
+        for (const auto& [c, step] : {std::pair{32767, 4}, std::pair{16384, 1000}, std::pair{30000, 40}}) {
+            const int32_t ceiling = c, release_step = step;  // a lambda below captures them
             SCOPED_TRACE(::testing::Message() << (stereo ? "stereo" : "mono") << ", ceiling " << ceiling << ", step "
                                               << release_step);
             const size_t frames = 64 * 60, n = frames * (stereo ? 2 : 1);

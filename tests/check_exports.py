@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """Checks what libtaviklimiter_vendor.so shows the dynamic linker.
 
-  check_exports.py [--readelf PATH] [--sanitized] LIBRARY.so EXPORTS.txt
+  check_exports.py [--readelf PATH] [--sanitized] LIBRARY.so VERSION_SCRIPT.map
 
-(a) The defined dynamic symbols are exactly the names of EXPORTS.txt, each of
-    its kind (function -> FUNC, object -> OBJECT).
+(a) The defined dynamic symbols are exactly the names that the version script
+    makes global, each of the kind its section comment gives
+    (/* functions */ -> FUNC, /* objects */ -> OBJECT). The script the library
+    is linked with is the one list of exports.
 (b) The undefined dynamic symbols are memcpy, memmove, memset and the few
     start-up and hardening names listed in RUNTIME_IMPORTS below.
 (c) The library owns no writable data: no OBJECT or TLS symbol of the full
@@ -50,9 +52,6 @@ SANITIZER_PREFIXES = ("__asan_", "__ubsan_", "__sanitizer_", "__lsan_")
 FORBIDDEN_NEEDED = re.compile(
     r"^(libstdc\+\+|libc\+\+|libc\+\+abi|libc\+\+_shared|libsupc\+\+|libgcc_s|libunwind)(\.so|$)")
 
-KIND_TO_TYPE = {"function": "FUNC", "object": "OBJECT"}
-
-
 def readelf(tool, *args):
     result = subprocess.run([tool, "-W", *args], capture_output=True, text=True, check=False)
     if result.returncode != 0:
@@ -61,16 +60,26 @@ def readelf(tool, *args):
 
 
 def read_exports(path):
+    """The global names of a version script, by the kind its comments give."""
     wanted = {}
+    kind = None
+    in_global = False
     with open(path, encoding="utf-8") as f:
-        for number, line in enumerate(f, 1):
-            line = line.strip()
-            if not line or line.startswith("#"):
-                continue
-            fields = line.split()
-            if len(fields) != 2 or fields[1] not in KIND_TO_TYPE:
-                sys.exit(f"check_exports: {path}:{number}: expected 'NAME function|object'")
-            wanted[fields[0]] = KIND_TO_TYPE[fields[1]]
+        text = f.read()
+    text = re.sub(r"/\*\s*(functions|objects)\s*\*/", r" @\1 ", text)
+    text = re.sub(r"/\*.*?\*/", " ", text, flags=re.S)
+    for token in re.findall(r"@\w+|[\w*]+:|[\w*]+;", text):
+        if token in ("@functions", "@objects"):
+            kind = "FUNC" if token == "@functions" else "OBJECT"
+        elif token.endswith(":"):
+            in_global = token == "global:"
+        elif in_global:
+            if kind is None:
+                sys.exit(f"check_exports: {path}: {token[:-1]} stands before "
+                         "a /* functions */ or /* objects */ comment")
+            wanted[token[:-1]] = kind
+    if not wanted:
+        sys.exit(f"check_exports: {path}: no global names")
     return wanted
 
 

@@ -23,10 +23,17 @@ BASE = """
 API int f_one(char *dst, const char *src, unsigned long n) { memcpy(dst, src, n); return 0; }
 API const int obj_one[4] = {1, 2, 3, 4};
 """
-EXPORTS = "# name kind\nf_one function\nobj_one object\n"
+def version_script(functions, objects=()):
+    """A version script in the project's form: the kind of each name by its section."""
+    return ("{\n  global:\n    /* functions */\n" + "".join(f"    {n};\n" for n in functions)
+            + "    /* objects */\n" + "".join(f"    {n};\n" for n in objects)
+            + "  local:\n    *;\n};\n")
+
+
+EXPORTS = version_script(["f_one"], ["obj_one"])
 MAP = ["f_one", "obj_one"]
 
-# name, added code, names in the version script, exports.txt, extra link
+# name, added code, names the library is linked to export, the list it is checked against, extra link
 # flags, a pattern of the problem the check must report (None: it must pass)
 CASES = [
     ("clean", "", MAP, EXPORTS, [], None),
@@ -34,9 +41,9 @@ CASES = [
      'static const char *const names[] = {"a", "b"};\n'
      "const char *pick(int i) { return names[i]; }\n", MAP, EXPORTS, [], None),
     ("stray export", "API void stray(void) {}\n", MAP + ["stray"], EXPORTS, [],
-     r"exported but not in exports.txt: stray \(FUNC\)"),
+     r"exported but not in exports.map: stray \(FUNC\)"),
     ("missing export", "", ["f_one"], EXPORTS, [], r"not exported: obj_one \(OBJECT\)"),
-    ("wrong kind", "", MAP, "f_one function\nobj_one function\n", [],
+    ("wrong kind", "", MAP, version_script(["f_one", "obj_one"]), [],
      "obj_one is exported as OBJECT, listed as FUNC"),
     ("writable global", "int g_counter;\nint bump(void) { return ++g_counter; }\n", MAP,
      EXPORTS, [], "writable data: g_counter"),
@@ -78,7 +85,7 @@ def main():
     args = parser.parse_args()
     workdir = args.workdir or tempfile.mkdtemp(prefix="check_exports_selftest.")
     os.makedirs(workdir, exist_ok=True)
-    exports = os.path.join(workdir, "exports.txt")
+    exports = os.path.join(workdir, "exports.map")
 
     failures = 0
     for name, code, names, exports_text, flags, expected in CASES:

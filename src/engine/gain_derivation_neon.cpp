@@ -140,9 +140,11 @@ uint64_t peak_q33p31(const int64_t* src, uint32_t count) {
 }
 
 uint64_t peak_float32(const float* src, uint32_t count) {
-    // FMAXNM and FMINNM pass over a quiet NaN (a NaN sample widens to 0, which
-    // changes nothing) but answer a signalling one with NaN: a block holding
-    // one takes the scalar loop whole. The extremes start at 0.
+    // FMAX and FMIN answer NaN whenever either operand is one, so a NaN sample
+    // anywhere reaches the final extremes and the block takes the scalar loop
+    // whole (there a NaN widens to 0). FMAXNM would not do: it answers a
+    // signalling NaN with a quiet one, which the next FMAXNM passes over,
+    // losing the other operand of the first. The extremes start at 0.
     const uint32_t whole = count & ~15u;
     float32x4_t hi0 = vdupq_n_f32(0.0f), hi1 = hi0, lo0 = hi0, lo1 = hi0;
     const uint8_t* in = lanes::at(src, 0);
@@ -150,12 +152,12 @@ uint64_t peak_float32(const float* src, uint32_t count) {
         const uint8x16x4_t x = vld1q_u8_x4(in);
         const float32x4_t x0 = vreinterpretq_f32_u8(x.val[0]), x1 = vreinterpretq_f32_u8(x.val[1]);
         const float32x4_t x2 = vreinterpretq_f32_u8(x.val[2]), x3 = vreinterpretq_f32_u8(x.val[3]);
-        hi0 = vmaxnmq_f32(hi0, vmaxnmq_f32(x0, x2));
-        hi1 = vmaxnmq_f32(hi1, vmaxnmq_f32(x1, x3));
-        lo0 = vminnmq_f32(lo0, vminnmq_f32(x0, x2));
-        lo1 = vminnmq_f32(lo1, vminnmq_f32(x1, x3));
+        hi0 = vmaxq_f32(hi0, vmaxq_f32(x0, x2));
+        hi1 = vmaxq_f32(hi1, vmaxq_f32(x1, x3));
+        lo0 = vminq_f32(lo0, vminq_f32(x0, x2));
+        lo1 = vminq_f32(lo1, vminq_f32(x1, x3));
     }
-    const float hi = vmaxnmvq_f32(vmaxnmq_f32(hi0, hi1)), lo = vminnmvq_f32(vminnmq_f32(lo0, lo1));
+    const float hi = vmaxvq_f32(vmaxq_f32(hi0, hi1)), lo = vminvq_f32(vminq_f32(lo0, lo1));
     if (hi != hi || lo != lo) return scalar::peak_float32(src, count);
     const uint64_t top = magnitude(float32_to_q33p31(hi)), bottom = magnitude(float32_to_q33p31(lo));
     const uint64_t rest = scalar::peak_float32(src + whole, count - whole), vector_peak = top > bottom ? top : bottom;

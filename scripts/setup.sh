@@ -28,11 +28,19 @@ PACKAGES=(
     python3-matplotlib
     python3-pytest
     libsndfile1-dev
+    libebur128-dev            # loudness and true peak (EBU R128) in taviklimit
+    pkg-config
+    man-db                    # man taviklimit, checked after an install
+    python3-soundfile         # the Python package's audio files, through libsndfile
+    python3-venv              # the Python package installed into a venv, offline
+    python3-setuptools
+    python3-pip
     ffmpeg
     lv2-dev
     lilv-utils
     sordi                     # sord_validate: checks the LV2 bundle's Turtle
-    alsa-utils
+    alsa-utils                # a speech recording: Front_Center.wav
+    frozen-bubble-data        # music: Ogg Vorbis, stereo 44.1 kHz
     sndfile-programs
 )
 

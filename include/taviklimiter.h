@@ -11,8 +11,22 @@
  *
  * Audio is processed in blocks of 64 frames and leaves exactly one block
  * (64 frames) late: the gain of each emitted block is chosen knowing the
- * peaks of the block that follows it. A sample that would come too close to
- * full scale is brought down to 32730/32768 of it (about -0.01 dBFS).
+ * peaks of the block that follows it.
+ *
+ * Levels, in Q1.31 words (full scale 2^31):
+ *   threshold  2147418110 = 1 - 65538/2^31 of full scale (about -0.0003 dBFS):
+ *              a sample of this magnitude or less needs no reduction;
+ *   target     2144993280 = 32730/32768 of full scale (about -0.01 dBFS):
+ *              a sample above the threshold is brought down to about this.
+ * While limiting, every sample emitted stays at or below the threshold
+ * (float32: 1 - 2^-15; Q5.27: -0x07FFF000 to 0x07FFEFFF), and a sample that
+ * was above it leaves at or below the target; samples up to the threshold
+ * pass unreduced unless a peak near them lowers the gain, so output peaks
+ * between the target and the threshold are normal. This holds for any input
+ * (NaN widens to 0), from Limiter_Open and from a reset. It does not hold in
+ * bypass, nor for the one block that the delay line holds when limiting
+ * resumes after bypass: that block was never examined and leaves starting
+ * from unity gain, without look-ahead; from the next block on it holds again.
  *
  * Sample formats (the pcm_format code):
  *   0  Q33.31 in (int64_t), answered with Q1.31 (int32_t)

@@ -4,12 +4,14 @@
 #   bash scripts/test-all.sh              all configurations
 #   bash scripts/test-all.sh gcc arm64    only these
 # Besides the CMake presets: "fuzz" also runs each libFuzzer target for
-# TAVIKLIMITER_FUZZ_SECONDS (60) from the committed corpus, and "valgrind"
-# runs the end-to-end tests of the gcc build under memcheck.
+# TAVIKLIMITER_FUZZ_SECONDS (60) from the committed corpus, "valgrind"
+# runs the end-to-end tests of the gcc build under memcheck, and "lone"
+# clones the committed project alone into an empty directory and runs the
+# main job and the build checks there.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-CONFIGS=(gcc clang sanitize arm64 scalar android-arm64 check arm64-check x86-baseline fuzz tsan valgrind)
+CONFIGS=(gcc clang sanitize arm64 scalar android-arm64 lone check arm64-check x86-baseline fuzz tsan valgrind)
 if (($# > 0)); then
     CONFIGS=("$@")
 fi
@@ -77,8 +79,38 @@ run_valgrind() {
     done
 }
 
+# The project as a user gets it: a clone of the committed tree with nothing
+# beside it. The main job runs there and the build checks pass; the Android
+# library built there, in another directory, has the same bytes as the one
+# built here (when this run built one).
+run_lone_clone() {
+    local top dir android=build/android-arm64/libtaviklimiter_vendor.so
+    top=$(mktemp -d)
+    dir="$top/taviklimiter"
+    git clone --quiet --no-hardlinks . "$dir"
+    (
+        cd "$dir"
+        bash scripts/main.sh
+        cmake --build --preset gcc -j2 --target taviklimiter_vendor
+        ctest --test-dir build/gcc -R '^check_' --output-on-failure
+    )
+    if [[ -f "$android" ]]; then
+        (cd "$dir" && cmake --preset android-arm64 >/dev/null && cmake --build --preset android-arm64 -j2)
+        cmp "$android" "$dir/$android"
+        echo "lone: the Android library built in $dir has the same bytes as $android"
+    fi
+    rm -rf "$top"
+}
+
 for config in "${CONFIGS[@]}"; do
     t0=$SECONDS
+    if [[ "$config" == lone ]]; then
+        current="lone:clone"
+        run_lone_clone
+        summary+=("$(printf '%-14s ok: a lone clone %4d s' lone $((SECONDS - t0)))")
+        current=""
+        continue
+    fi
     if [[ "$config" == valgrind ]]; then
         current="valgrind:memcheck"
         run_valgrind

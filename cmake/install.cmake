@@ -59,14 +59,18 @@ endif()
 
 set(_tvl_work ${PROJECT_BINARY_DIR}/install_test)
 set(_tvl_prefix ${_tvl_work}/prefix)
-set(_tvl_check sh ${PROJECT_SOURCE_DIR}/tests/install/check.sh)
+add_test(NAME install_clean COMMAND ${CMAKE_COMMAND} -E rm -rf ${_tvl_work})
 add_test(NAME install_into_prefix
-         COMMAND ${_tvl_check} install ${_tvl_work} ${CMAKE_COMMAND} ${PROJECT_BINARY_DIR})
+         COMMAND ${CMAKE_COMMAND} --install ${PROJECT_BINARY_DIR} --prefix ${_tvl_prefix})
 add_test(NAME install_pkg_config
-         COMMAND ${_tvl_check} pkg-config ${_tvl_work} ${CMAKE_C_COMPILER} ${CMAKE_INSTALL_LIBDIR})
+         COMMAND sh ${PROJECT_SOURCE_DIR}/tests/install/pkg_config_consumer.sh ${_tvl_prefix}
+                 ${CMAKE_INSTALL_LIBDIR} ${CMAKE_C_COMPILER} ${_tvl_work}/consumer_pc)
 add_test(NAME install_find_package
-         COMMAND ${_tvl_check} find-package ${_tvl_work} ${CMAKE_COMMAND} ${CMAKE_C_COMPILER}
-                 ${CMAKE_GENERATOR})
+         COMMAND ${CMAKE_CTEST_COMMAND} --build-and-test ${PROJECT_SOURCE_DIR}/tests/install
+                 ${_tvl_work}/consumer --build-generator ${CMAKE_GENERATOR}
+                 --build-options -DCMAKE_C_COMPILER=${CMAKE_C_COMPILER}
+                                 -DCMAKE_PREFIX_PATH=${_tvl_prefix}
+                 --test-command consumer)
 set(_tvl_install_tests install_pkg_config install_find_package)
 if(TARGET taviklimit)
   add_test(NAME install_taviklimit_help COMMAND ${_tvl_prefix}/${CMAKE_INSTALL_BINDIR}/taviklimit --help)
@@ -78,9 +82,10 @@ find_program(TAVIKLIMITER_LV2INFO lv2info)
 if(TARGET taviklimiter_lv2 AND TAVIKLIMITER_LV2INFO)
   add_test(NAME install_lv2_bundle
            COMMAND ${TAVIKLIMITER_LV2INFO} http://taviklimiter.example/lv2/stereo)
-  set_tests_properties(install_lv2_bundle PROPERTIES
-    ENVIRONMENT "LV2_PATH=${_tvl_prefix}/lib/lv2")  # lv2/CMakeLists.txt: lib/lv2
+  set_tests_properties(install_lv2_bundle PROPERTIES  # lv2/CMakeLists.txt: lib/lv2
+    ENVIRONMENT "LV2_PATH=${_tvl_prefix}/lib/lv2")
   list(APPEND _tvl_install_tests install_lv2_bundle)
 endif()
-set_tests_properties(install_into_prefix PROPERTIES FIXTURES_SETUP tvl_installed)
+set_tests_properties(install_clean install_into_prefix PROPERTIES FIXTURES_SETUP tvl_installed)
+set_tests_properties(install_into_prefix PROPERTIES DEPENDS install_clean)
 set_tests_properties(${_tvl_install_tests} PROPERTIES FIXTURES_REQUIRED tvl_installed)

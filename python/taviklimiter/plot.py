@@ -1,12 +1,15 @@
 """Draws what the limiter does to a recording.
 
-    python3 -m taviklimiter.plot INPUT [--drive DB] [--format FMT] -o picture.png
+    python3 -m taviklimiter.plot INPUT [--drive DB] [--format FMT] [--true-peak] -o picture.png
 
 One picture: for each channel the peak envelope of the input (after the drive)
-and of the output, on a waveform scale labelled in dBFS, with the ceiling; below
-them the gain reduction in dB over time. Time is in seconds; the output is drawn
-latency compensated, so input and output line up. More than two channels: the
-first two are used.
+and of the output, on a waveform scale labelled in dBFS, with the threshold
+(2147418110/2^31, about -0.0003 dBFS: a sample above it is brought to the target
+32730/32768, about -0.0101 dBFS; one at or below it may pass unreduced) and, with
+--true-peak, the output's true peak per bin as libebur128 measures it (4x
+oversampled below 96 kHz); below them the gain reduction in dB over time. Time is
+in seconds; the output is drawn latency compensated, so input and output line up.
+More than two channels: the first two are used.
 """
 import argparse
 import os
@@ -14,11 +17,12 @@ import sys
 
 import numpy as np
 
-from .audio_io import read_audio
+from .audio_io import read_audio, write_audio
 from .limiter import (FORMATS, LATENCY_FRAMES, Limiter, decode_output, encode, format_code,
                       gain_trace)
 
-CEILING = 32730 / 32768  # where the limiter brings peaks to (about -0.01 dBFS)
+THRESHOLD = 2147418110 / 2 ** 31  # no sample leaves above it (about -0.0003 dBFS)
+TARGET = 32730 / 32768            # where a sample above the threshold is brought
 UNITY = 32768           # gain_trace's factor for a frame that passes unscaled
 TARGET_BINS = 1500       # envelope resolution: roughly one bin per pixel column
 
@@ -28,8 +32,9 @@ def db(x, floor=-120.0):
         return np.maximum(20 * np.log10(np.abs(x)), floor)
 
 
-def analyse(x, rate, drive_db=0.0, pcm_format="float32"):
-    """Runs the limiter over x (frames x channels float64) and returns what is drawn."""
+def analyse(x, rate, drive_db=0.0, pcm_format="float32", true_peak=False):
+    """Runs the limiter over x (frames x channels float64) and returns what is drawn;
+    true_peak: also the output's true peak, per channel and per envelope bin."""
     if x.ndim == 1:
         x = x.reshape(-1, 1)
     x = x[:, :2]
@@ -41,8 +46,12 @@ def analyse(x, rate, drive_db=0.0, pcm_format="float32"):
     out = out.reshape(len(x), -1)
     fed = decode_output(encoded, code)  # the input as the limiter got it
     gain = gain_trace(encoded, code)
-    return {"rate": rate, "input": fed.reshape(len(x), -1), "output": out, "gain": gain,
-            "drive_db": drive_db, "format": code}
+    result = {"rate": rate, "input": fed.reshape(len(x), -1), "output": out, "gain": gain,
+              "drive_db": drive_db, "format": code}
+    if true_peak:
+        from .true_peak import true_peak as measure
+        result["true_peak"] = measure(out, rate, bin_size(len(x)))
+    return result
 
 
 def envelope(x, bin_frames):
@@ -108,8 +117,16 @@ def render(result, path, title="", size=(1400, 900), dpi=100):
         a.fill_between(t, lo, hi, step="mid", color="#1d4e89", alpha=0.9, linewidth=0,
                        label="output")
         for s in (1, -1):
-            a.axhline(s * CEILING, color="#c0392b", linestyle="--", linewidth=1.0,
-                      label="ceiling -0.01 dBFS" if s == 1 else None)
+            a.axhline(s * THRESHOLD, color="#c0392b", linestyle="--", linewidth=1.0,
+                      label=f"threshold {db(THRESHOLD):.4f} dBFS (peaks above it: "
+                            f"32730/32768, {db(TARGET):.4f} dBFS)" if s == 1 else None)
+        note = ""
+        if "true_peak" in result:
+            tp = result["true_peak"][1][:, ch]
+            for s in (1, -1):
+                a.step(t, s * tp, where="mid", color="#8e44ad", linewidth=0.8,
+                       label="output true peak (libebur128, oversampled)" if s == 1 else None)
+            note = f", true peak out {db(result['true_peak'][0][ch]):+.2f} dBTP"
         a.set_ylim(-limit, limit)
         a.yaxis.set_major_locator(FixedLocator(ticks))
         a.set_yticklabels(labels)
@@ -118,10 +135,10 @@ def render(result, path, title="", size=(1400, 900), dpi=100):
         a.tick_params(labelbottom=False)
         a.set_xlim(0, frames / rate)
         a.text(0.995, 0.04, f"peak in {db(np.max(np.abs(x[:, ch]))):+.2f} dBFS, "
-               f"out {db(np.max(np.abs(y[:, ch]))):+.2f} dBFS",
+               f"out {db(np.max(np.abs(y[:, ch]))):+.2f} dBFS{note}",
                transform=a.transAxes, ha="right", va="bottom", fontsize=9,
                bbox=dict(facecolor="white", edgecolor="none", alpha=0.8))
-    axes[0].legend(loc="upper right", fontsize=9, ncol=3, framealpha=0.9)
+    axes[0].legend(loc="upper right", fontsize=9, ncol=2, framealpha=0.9)
 
     a = axes[-1]
     a.fill_between(t, gr_min, 0, step="mid", color="#2a9d8f", alpha=0.85, linewidth=0)
@@ -160,7 +177,7 @@ def main(argv=None):
     p = argparse.ArgumentParser(prog="python3 -m taviklimiter.plot",
                                 description="Plot the input, output and gain reduction of the "
                                             "limiter for an audio file.")
-    p.add_argument("input", help="WAV (16/24/32-bit PCM), or anything ffmpeg can decode")
+    p.add_argument("input", help="an audio file libsndfile reads (WAV, FLAC, Ogg, AIFF, ...)")
     p.add_argument("-o", "--output", required=True, help="PNG file to write")
     p.add_argument("--drive", type=float, default=0.0, metavar="DB",
                    help="gain in dB applied before the limiter (default 0)")
@@ -168,16 +185,27 @@ def main(argv=None):
                    help="sample format the limiter runs in (default float32)")
     p.add_argument("--size", type=parse_size, default=(1400, 900), metavar="WxH",
                    help="picture size in pixels (default 1400x900)")
+    p.add_argument("--true-peak", action="store_true",
+                   help="also draw the output's true peak, measured with libebur128")
+    p.add_argument("--start", type=float, default=0.0, metavar="S",
+                   help="seconds of the input to skip (default 0)")
+    p.add_argument("--duration", type=float, default=None, metavar="S",
+                   help="seconds of the input to use (default: to the end)")
+    p.add_argument("--save", metavar="FILE",
+                   help="also write the limited audio (latency compensated) to FILE, in the "
+                        "format its name gives")
     args = p.parse_args(argv)
 
-    x, rate = read_audio(args.input)
+    x, rate = read_audio(args.input, args.start, args.duration)
     if x.shape[1] > 2:
         print(f"{args.input}: {x.shape[1]} channels, plotting the first two", file=sys.stderr)
-    result = analyse(x, rate, args.drive, args.format)
+    result = analyse(x, rate, args.drive, args.format, args.true_peak)
     render(result, args.output, title=os.path.basename(args.input), size=args.size)
+    if args.save:
+        write_audio(args.save, result["output"], rate)
     g = result["gain"]
-    print(f"{args.output}: {len(x)} frames, max gain reduction "
-          f"{-20 * np.log10(max(int(g.min()), 1) / UNITY) if g.size else 0.0:.2f} dB")
+    worst = max(0.0, -20 * np.log10(max(int(g.min()), 1) / UNITY)) if g.size else 0.0
+    print(f"{args.output}: {len(x)} frames, max gain reduction {worst:.2f} dB")
     return 0
 
 

@@ -8,7 +8,10 @@
 Limiter wraps one instance (Limiter_Open and friends); every result code other
 than LMTR_OK raises the exception class of the same name (LMTR_ERR_PCM_FORMAT,
 ...), all derived from LimiterError. The kernels are in taviklimiter.kernels
-and re-exported here under their C names.
+and re-exported here under their C names. taviklimiter.audio_io reads and writes
+audio files (libsndfile), taviklimiter.true_peak measures true peak (libebur128),
+and `python3 -m taviklimiter.plot` draws what the limiter does to a recording.
+library_path names the shared library in use (see taviklimiter._native).
 """
 from . import kernels
 from ._native import path as library_path

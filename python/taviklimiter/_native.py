@@ -2,29 +2,30 @@
 
 Where the library is looked for, first match wins:
   1. the path in the environment variable TAVIKLIMITER_LIB;
-  2. libtaviklimiter_vendor.so next to this package (inside it or beside it);
-  3. build/gcc/libtaviklimiter_vendor.so of the source tree this package sits in.
+  2. libtaviklimiter_vendor.so inside this package: the copy that
+     `pip install ./python` took from the build it was installed with;
+  3. build/gcc/libtaviklimiter_vendor.so of the source tree this package sits in
+     (PYTHONPATH=python in a built checkout);
+  4. libtaviklimiter_vendor.so.1 on the system's library path (`cmake --install`
+     into /usr/local, or a prefix named in LD_LIBRARY_PATH).
 """
 import ctypes
 import os
 from ctypes import POINTER, c_char, c_float, c_int32, c_int64, c_uint32, c_void_p
 
 LIBRARY_NAME = "libtaviklimiter_vendor.so"
+SONAME = "libtaviklimiter_vendor.so.1"
 ENV_VAR = "TAVIKLIMITER_LIB"
 
 _here = os.path.dirname(os.path.abspath(__file__))
 
 
 def candidate_paths():
-    """The places searched, in order (the environment variable first, if set)."""
-    paths = []
-    env = os.environ.get(ENV_VAR)
-    if env:
-        paths.append(env)
+    """The files searched, in order (the environment variable first, if set)."""
+    paths = [os.environ[ENV_VAR]] if os.environ.get(ENV_VAR) else []
     paths.append(os.path.join(_here, LIBRARY_NAME))
-    paths.append(os.path.join(os.path.dirname(_here), LIBRARY_NAME))
-    repo = os.path.dirname(os.path.dirname(_here))
-    paths.append(os.path.join(repo, "build", "gcc", LIBRARY_NAME))
+    paths.append(os.path.join(os.path.dirname(os.path.dirname(_here)), "build", "gcc",
+                              LIBRARY_NAME))
     return paths
 
 
@@ -35,9 +36,13 @@ def _load():
     for path in candidate_paths():
         if os.path.exists(path):
             return ctypes.CDLL(path), path
-    raise OSError(f"{LIBRARY_NAME} not found; build it (cmake --preset gcc && "
-                  f"cmake --build --preset gcc) or set {ENV_VAR}. Looked in: "
-                  + ", ".join(candidate_paths()))
+    try:
+        return ctypes.CDLL(SONAME), SONAME
+    except OSError:
+        raise OSError(f"{LIBRARY_NAME} not found; build it (cmake --preset gcc && "
+                      f"cmake --build --preset gcc), install it, or set {ENV_VAR}. "
+                      f"Looked in: {', '.join(candidate_paths())} and for {SONAME} "
+                      "on the system's library path") from None
 
 
 lib, path = _load()

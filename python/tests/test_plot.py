@@ -1,6 +1,5 @@
-"""The plot command draws a real recording into a PNG of the requested size."""
+"""End to end on real recordings: the plot command, the analysis it draws, audio files."""
 import os
-import shutil
 import struct
 import subprocess
 import sys
@@ -8,71 +7,41 @@ import sys
 import numpy as np
 import pytest
 
-from taviklimiter import audio_io, plot
-
-PACKAGE_DIR = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-
-
-def png_size(path):
-    with open(path, "rb") as f:
-        head = f.read(24)
-    assert head[:8] == b"\x89PNG\r\n\x1a\n" and head[12:16] == b"IHDR"
-    return struct.unpack(">II", head[16:24])
+import taviklimiter as tl
+from conftest import assert_bound
+from taviklimiter import audio_io, plot, true_peak
 
 
-@pytest.mark.parametrize("args,size", [
-    (["--drive", "9"], (1400, 900)),
-    (["--drive", "12", "--format", "q5p27", "--size", "1000x600"], (1000, 600)),
-    (["--format", "q33p31", "--size", "800x500"], (800, 500)),
-])
-def test_command_writes_png_of_expected_size(recording, tmp_path, args, size):
-    out = tmp_path / "picture.png"
-    env = dict(os.environ, PYTHONPATH=PACKAGE_DIR + os.pathsep + os.environ.get("PYTHONPATH", ""))
-    run = subprocess.run([sys.executable, "-m", "taviklimiter.plot", recording, "-o", str(out)]
-                         + args, env=env, capture_output=True, text=True, timeout=120)
+def test_command_draws_and_saves(recording, tmp_path):
+    out, saved = tmp_path / "picture.png", tmp_path / "limited.flac"
+    run = subprocess.run([sys.executable, "-m", "taviklimiter.plot", recording, "-o", str(out),
+                          "--drive", "12", "--duration", "4", "--size", "900x500", "--true-peak",
+                          "--save", str(saved)], capture_output=True, text=True, timeout=120,
+                         env=dict(os.environ, PYTHONPATH=os.path.dirname(tl.__path__[0])))
     assert run.returncode == 0, run.stderr
-    assert png_size(out) == size
-    assert out.stat().st_size > 20000  # a drawn picture, not an empty canvas
+    png = out.read_bytes()  # larger than an empty canvas
+    assert png[:8] == b"\x89PNG\r\n\x1a\n" and struct.unpack(">II", png[16:24]) == (900, 500)
+    assert len(png) > 20000
+    y, rate = audio_io.read_audio(str(saved))  # the limited audio, 16-bit FLAC
+    x, rate_in = audio_io.read_audio(recording, duration=4)
+    assert rate == rate_in and y.shape == x.shape and 0.99 < np.abs(y).max() < 1
 
 
-def test_analysis_of_the_recording(recording):
-    x, rate = audio_io.read_wav(recording)
-    assert rate == 48000 and x.shape[1] == 1
-    r = plot.analyse(x, rate, drive_db=9.0)
-    peak_in, peak_out = np.max(np.abs(r["input"])), np.max(np.abs(r["output"]))
-    assert peak_in > 1.2 and 0.99 < peak_out <= 32730 / 32768
-    assert r["gain"].min() < 32768 * 10 ** (-2 / 20)  # more than 2 dB of reduction
-    # Where the input is loud enough to measure, output / input is the gain trace.
-    loud = np.abs(r["input"][:, 0]) > 0.05
-    ratio = r["output"][loud, 0] / r["input"][loud, 0]
-    np.testing.assert_allclose(ratio, r["gain"][loud] / 32768.0, atol=1e-5)
+@pytest.mark.parametrize("fmt", ["q33p31", "float32", "q5p27"])
+def test_analysis_of_a_recording_driven_into_the_limiter(recording, fmt):
+    x, rate = audio_io.read_audio(recording, duration=3.0)
+    r = plot.analyse(x, rate, drive_db=12.0, pcm_format=fmt, true_peak=True)
+    enc = tl.encode(x * 10 ** (12 / 20), fmt)
+    assert_bound(enc, tl.Limiter(x.shape[1], fmt).process_all(enc), fmt)
+    assert r["gain"].min() < 32768 * 10 ** (-4 / 20)  # more than 4 dB of reduction
+    loud = np.abs(r["input"]) > 0.05  # where output / input can be measured: the gain trace
+    gain = np.broadcast_to(r["gain"][:, None], loud.shape)[loud] / 32768.0
+    np.testing.assert_allclose(r["output"][loud] / r["input"][loud], gain, atol=1e-5)
+    peaks, bins = r["true_peak"]
+    assert np.all(peaks >= np.abs(r["output"]).max(axis=0)) and np.allclose(bins.max(0), peaks)
 
 
-def test_bad_size_is_refused(recording, tmp_path):
-    with pytest.raises(SystemExit):
-        plot.main([recording, "-o", str(tmp_path / "x.png"), "--size", "big"])
-
-
-@pytest.mark.skipif(not shutil.which("ffmpeg"), reason="ffmpeg is not installed")
-def test_ffmpeg_path_reads_what_wave_reads(recording, tmp_path):
-    # A 24-bit WAV from ffmpeg has an extensible header that wave refuses.
-    converted = tmp_path / "x24.wav"
-    subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-i", recording, "-c:a", "pcm_s24le",
-                    str(converted)], check=True)
-    with pytest.raises(Exception):
-        audio_io.read_wav(str(converted))
-    a, rate_a = audio_io.read_wav(recording)
-    b, rate_b = audio_io.read_audio(str(converted))
-    assert rate_a == rate_b
-    np.testing.assert_array_equal(a, b)
-
-
-def test_wave_reader_handles_24_bit(tmp_path):
-    import wave
-    v = np.array([0, 1, -1, (1 << 23) - 1, -(1 << 23)], np.int64)
-    raw = b"".join(int(s & 0xFFFFFF).to_bytes(3, "little") for s in v)
-    path = tmp_path / "t.wav"
-    with wave.open(str(path), "wb") as w:
-        w.setnchannels(1), w.setsampwidth(3), w.setframerate(8000), w.writeframes(raw)
-    x, rate = audio_io.read_wav(str(path))
-    assert rate == 8000 and (x[:, 0] * 2 ** 23).tolist() == v.tolist()
+def test_true_peak_finds_the_peak_between_samples():
+    n = np.arange(48000)  # a quarter of the sample rate, sampled 45 degrees off its peaks:
+    x = np.stack([0.5 * np.sin(np.pi / 2 * n + np.pi / 4), 0.25 * np.sin(np.pi / 24 * n)], 1)
+    np.testing.assert_allclose(true_peak.true_peak(x, 48000), [0.5, 0.25], rtol=0.02)  # not 0.354

@@ -73,7 +73,8 @@ add_test(NAME install_find_package
                  --test-command consumer)
 set(_tvl_install_tests install_pkg_config install_find_package)
 if(TARGET taviklimit)
-  add_test(NAME install_taviklimit_help COMMAND ${_tvl_prefix}/${CMAKE_INSTALL_BINDIR}/taviklimit --help)
+  add_test(NAME install_taviklimit_help
+           COMMAND ${_tvl_prefix}/${CMAKE_INSTALL_BINDIR}/taviklimit --help)
   add_test(NAME install_taviklimit_man
            COMMAND man -M ${_tvl_prefix}/${CMAKE_INSTALL_MANDIR} -w taviklimit)
   list(APPEND _tvl_install_tests install_taviklimit_help install_taviklimit_man)

@@ -34,6 +34,7 @@ PACKAGES=(
     python3-soundfile         # the Python package's audio files, through libsndfile
     python3-venv              # the Python package installed into a venv, offline
     python3-setuptools
+    python3-wheel
     python3-pip
     ffmpeg
     lv2-dev

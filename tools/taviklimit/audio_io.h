@@ -1,12 +1,13 @@
 // Sound files through libsndfile: reading the input as double-precision
 // samples, choosing the output's container and encoding, and writing it
-// through a TempFile.
+// through a TempFile. "-" reads standard input and writes standard output.
 #pragma once
 
 #include <sndfile.h>
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "atomic_file.h"
@@ -17,7 +18,7 @@ namespace taviklimit {
 struct InputInfo {
     int rate = 0;
     int channels = 0;
-    int64_t frames = 0;
+    std::optional<uint64_t> frames;  // as announced; unknown for some streams
     int sf_format = 0;  // libsndfile's major | subtype
     bool floating = false;  // float, double or a lossy codec
 };
@@ -25,10 +26,14 @@ struct InputInfo {
 // "16-bit PCM WAV", "32-bit float FLAC"...
 std::string describe_format(int sf_format);
 
+// 'path', or "standard input" for "-": how messages name a file.
+std::string display_name(const std::string& path);
+
 class SndReader {
 public:
-    // Opens path; throws FileError for a missing, unreadable or non-audio file.
-    explicit SndReader(const std::string& path);
+    // Opens path ("-": standard input), headerless when raw is given; throws
+    // FileError for a missing, unreadable or non-audio file.
+    SndReader(const std::string& path, const std::optional<RawInput>& raw);
     ~SndReader();
     SndReader(const SndReader&) = delete;
     SndReader& operator=(const SndReader&) = delete;
@@ -37,29 +42,49 @@ public:
 
     // Reads up to frames interleaved frames with full scale 1.0: integer PCM
     // words of b bits as word / 2^(b-1), float files as stored. Returns the
-    // frames read, 0 at the end; throws FileError.
+    // frames read, 0 at the end. A read error ends the input (see
+    // shortfall()), or throws FileError when not one frame could be read.
     size_t read(double* out, size_t frames);
 
+    // Once read to the end: why the input held less than it announced
+    // ("'x.wav' is truncated: ..."), or "" when it did not.
+    std::string shortfall() const;
+
 private:
-    std::string path_;
+    std::string name_;
     SNDFILE* file_ = nullptr;
     InputInfo info_;
+    uint64_t frames_read_ = 0;
+    bool ended_ = false;
+    bool header_longer_ = false;  // libsndfile found less data than the header gave
+    std::string read_error_;
 };
 
 struct OutputEncoding {
     int sf_format = 0;  // major | subtype
     int int_bits = 0;   // bits of an integer encoding; 0 for floating point
+    bool stream = false;  // written to a pipe
 };
 
-// The container from the output's extension and the encoding from the
-// request or, by default, from the input. Throws UsageError.
-OutputEncoding choose_output_encoding(const std::string& output_path, const InputInfo& input,
-                                      Subtype requested);
+// Whether "-" as OUTPUT is a pipe (or anything else that cannot seek).
+bool stdout_is_stream();
+
+// The container from type (a name such as "wav") or else from the output's
+// extension, and the encoding from the request or, by default, from the
+// input. On a stream only the containers libsndfile writes without seeking
+// (AU, raw, FLAC, Ogg) and WAV with PCM or float samples are offered.
+// Throws UsageError.
+OutputEncoding choose_output_encoding(const std::string& output_path, const std::string& type,
+                                      bool stream, const InputInfo& input, Subtype requested);
 
 class SndWriter {
 public:
-    // Opens a temporary file beside path; throws FileError.
-    SndWriter(const std::string& path, const OutputEncoding& encoding, int rate, int channels);
+    // Opens a temporary file beside path, or standard output for "-". A WAV
+    // stream gets a header with the lengths of frames, when known, else left
+    // open as for a live recording, then raw little-endian samples. Throws
+    // FileError.
+    SndWriter(const std::string& path, const OutputEncoding& encoding, int rate, int channels,
+              std::optional<uint64_t> frames);
     ~SndWriter();
     SndWriter(const SndWriter&) = delete;
     SndWriter& operator=(const SndWriter&) = delete;
@@ -75,7 +100,8 @@ public:
 private:
     void check(sf_count_t written, size_t count);
 
-    TempFile temp_;
+    std::string name_;
+    std::optional<TempFile> temp_;
     SNDFILE* file_ = nullptr;
 };
 

@@ -33,8 +33,8 @@ constexpr const char* kToolVersion = "1.0.0";
 void refuse_same_file(const std::string& input, const std::string& output) {
     struct stat in {};
     struct stat out {};
-    if (stat(input.c_str(), &in) == 0 && stat(output.c_str(), &out) == 0 &&
-        in.st_dev == out.st_dev && in.st_ino == out.st_ino) {
+    if (input != kStdio && output != kStdio && stat(input.c_str(), &in) == 0 &&
+        stat(output.c_str(), &out) == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino) {
         throw UsageError("output '" + output + "' is the input file");
     }
 }
@@ -50,28 +50,45 @@ int run_tool(int argc, char** argv) {
         return kExitOk;
     }
 
-    SndReader reader(options.input);
+    const bool to_stdout = options.output == kStdio;
+    if (to_stdout && isatty(STDOUT_FILENO) == 1) {
+        throw UsageError("standard output is a terminal; redirect it or name an OUTPUT file");
+    }
+    SndReader reader(options.input, options.raw_input);
     const InputInfo& in = reader.info();
     if (in.channels < 1 || in.channels > 2) {
-        throw FileError("'" + options.input + "' has " + std::to_string(in.channels) +
+        throw FileError(display_name(options.input) + " has " + std::to_string(in.channels) +
                         " channels; only mono and stereo are supported");
     }
     refuse_same_file(options.input, options.output);
     for (const std::string* side : {&options.json_path, &options.gain_log_path}) {
         if (!side->empty()) refuse_same_file(options.input, *side);
     }
-    const OutputEncoding encoding = choose_output_encoding(options.output, in, options.subtype);
+    const OutputEncoding encoding =
+        choose_output_encoding(options.output, options.output_type, to_stdout && stdout_is_stream(),
+                               in, options.subtype);
     const std::vector<FrameRange> bypass = align_bypass(options.bypass, in.rate);
 
     install_cleanup_handlers();
     const auto started = std::chrono::steady_clock::now();
-    SndWriter writer(options.output, encoding, in.rate, in.channels);
-    OutputSink sink(writer, encoding, in.channels, options.keep_latency);
-    Progress progress(static_cast<uint64_t>(in.frames), in.rate,
-                      Progress::wanted(options.quiet, static_cast<uint64_t>(in.frames), in.rate));
+    std::optional<uint64_t> output_frames = in.frames;
+    if (output_frames && options.keep_latency) *output_frames += LMTR_BLOCK_FRAMES;
+    SndWriter writer(options.output, encoding, in.rate, in.channels, output_frames);
+    OutputSink sink(writer, encoding, in.channels, in.rate, options.keep_latency);
+    const uint64_t announced = in.frames.value_or(0);
+    Progress progress(announced, in.rate, Progress::wanted(options.quiet, announced, in.rate));
 
     Summary summary;
     run(options, reader, bypass, sink, progress, summary);
+    summary.shortfall = reader.shortfall();
+    if (options.strict && !summary.shortfall.empty()) {
+        throw FileError(summary.shortfall + " (--strict)");
+    }
+    if (options.strict && summary.nan_input + summary.infinite_input > 0) {
+        throw FileError(display_name(options.input) + " holds " +
+                        std::to_string(summary.nan_input + summary.infinite_input) +
+                        " NaN or infinite samples (--strict)");
+    }
     writer.commit();
     summary.elapsed_s =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
@@ -93,8 +110,12 @@ int run_tool(int argc, char** argv) {
                                       static_cast<double>(r.end) / in.rate);
     }
     summary.output_peak = sink.peak();
+    summary.output_loudness = sink.meter().result();
+    summary.measure_s += sink.meter().seconds();
     summary.saturated_output = sink.saturated_samples();
     summary.above_full_scale = sink.above_full_scale();
+    summary.above_threshold = sink.above_threshold();
+    summary.nonfinite_output = sink.nonfinite_samples();
     summary.blocks = sink.block_gains().size();
     for (const int32_t g : sink.block_gains()) {
         summary.min_gain = std::min(summary.min_gain, g);
@@ -105,11 +126,13 @@ int run_tool(int argc, char** argv) {
     if (!options.gain_log_path.empty()) {
         write_text_file(options.gain_log_path, gain_log_csv(sink.block_gains(), in.rate));
     }
-    if (!options.quiet) std::fputs(summary_text(summary).c_str(), stdout);
-    if (options.quiet && summary.saturated_output > 0) {
-        // Not an error, but never silent: the output differs from what was asked.
-        std::fprintf(stderr, "taviklimit: warning: %llu output samples clipped to full scale\n",
-                     static_cast<unsigned long long>(summary.saturated_output));
+    // The summary goes to standard error when standard output carries the audio.
+    if (!options.quiet) std::fputs(summary_text(summary).c_str(), to_stdout ? stderr : stdout);
+    if (options.quiet) {
+        // Not errors, but never silent: the output differs from what was asked.
+        for (const std::string& w : summary_warnings(summary)) {
+            std::fprintf(stderr, "taviklimit: warning: %s\n", w.c_str());
+        }
     }
     return kExitOk;
 }

@@ -73,6 +73,27 @@ uint32_t parse_period(std::string_view v) {
     return static_cast<uint32_t>(frames);
 }
 
+// RATE,CHANNELS,ENCODING with an encoding that --subtype also names.
+RawInput parse_raw_input(std::string_view v) {
+    constexpr std::string_view kExpected = "RATE,CHANNELS,ENCODING, e.g. 48000,2,pcm16";
+    const size_t a = v.find(',');
+    const size_t b = a == std::string_view::npos ? a : v.find(',', a + 1);
+    double rate = 0.0;
+    double channels = 0.0;
+    if (b == std::string_view::npos || !parse_number(v.substr(0, a), rate) ||
+        !parse_number(v.substr(a + 1, b - a - 1), channels) || rate != std::floor(rate) ||
+        rate < 1 || rate > 768000 || (channels != 1 && channels != 2)) {
+        bad_value("--raw-input", v, kExpected);
+    }
+    const std::string_view encoding = v.substr(b + 1);
+    for (const char* name : {"pcm16", "pcm24", "pcm32", "float", "double"}) {
+        if (encoding == name) {
+            return {static_cast<int>(rate), static_cast<int>(channels), parse_subtype(encoding)};
+        }
+    }
+    bad_value("--raw-input", v, kExpected);
+}
+
 // START-END[,START-END...] in seconds; each range non-empty, in order, not
 // overlapping.
 std::vector<TimeRange> parse_bypass(std::string_view v) {
@@ -150,6 +171,9 @@ Options parse_options(int argc, const char* const* argv) {
         } else if (name == "-q" || name == "--quiet") {
             no_value();
             o.quiet = true;
+        } else if (name == "--strict") {
+            no_value();
+            o.strict = true;
         } else if (name == "--keep-latency") {
             no_value();
             o.keep_latency = true;
@@ -163,6 +187,11 @@ Options parse_options(int argc, const char* const* argv) {
             o.bypass = parse_bypass(value());
         } else if (name == "--subtype") {
             o.subtype = parse_subtype(value());
+        } else if (name == "--output-type") {
+            o.output_type = value();
+            if (o.output_type.empty()) throw UsageError("--output-type: empty type name");
+        } else if (name == "--raw-input") {
+            o.raw_input = parse_raw_input(value());
         } else if (name == "--json") {
             o.json_path = value();
             if (o.json_path.empty()) throw UsageError("--json: empty file name");

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,16 @@ struct TimeRange {
     double end_s;
 };
 
+// --raw-input: INPUT is headerless little-endian samples in this layout.
+struct RawInput {
+    int rate = 0;
+    int channels = 0;
+    Subtype subtype = Subtype::Auto;  // never Auto once parsed
+};
+
+// "-" as INPUT or OUTPUT: standard input or output.
+inline constexpr const char* kStdio = "-";
+
 struct Options {
     std::string input;
     std::string output;
@@ -28,6 +39,9 @@ struct Options {
     bool keep_latency = false;
     std::vector<TimeRange> bypass;  // sorted, not overlapping
     Subtype subtype = Subtype::Auto;
+    std::string output_type;         // a container name; empty: from OUTPUT's extension
+    std::optional<RawInput> raw_input;
+    bool strict = false;             // a truncated or damaged input is an error
     std::string json_path;
     std::string gain_log_path;
     bool quiet = false;

@@ -5,16 +5,18 @@
 #include <algorithm>
 #include <cmath>
 
+#include "levels.h"
 #include "sample_convert.h"
 
 namespace taviklimit {
 
-OutputSink::OutputSink(SndWriter& writer, const OutputEncoding& encoding, int channels,
+OutputSink::OutputSink(SndWriter& writer, const OutputEncoding& encoding, int channels, int rate,
                        bool keep_latency)
     : writer_(writer),
       encoding_(encoding),
       channels_(channels),
-      skip_(keep_latency ? 0 : LMTR_BLOCK_FRAMES) {}
+      skip_(keep_latency ? 0 : LMTR_BLOCK_FRAMES),
+      meter_(channels, rate) {}
 
 void OutputSink::set_input_frames(uint64_t frames) {
     // Input frame i leaves as stream frame i + 64.
@@ -29,23 +31,22 @@ void OutputSink::consume(const double* samples, const int32_t* gains, size_t fra
         const size_t count = static_cast<size_t>(end - begin);
         const double* src = samples + first * channels_;
         const size_t n = count * channels_;
+        nonfinite_ += static_cast<uint64_t>(
+            std::count_if(src, src + n, [](double x) { return !std::isfinite(x); }));
+        stored_.resize(n);
         if (encoding_.int_bits > 0) {
             words_.resize(n);
             saturated_ += to_integer_words(src, words_.data(), n, encoding_.int_bits);
-            for (size_t i = 0; i < n; ++i) {
-                peak_ = std::max(peak_, std::fabs(std::ldexp(static_cast<double>(words_[i]), -31)));
-            }
+            for (size_t i = 0; i < n; ++i) stored_[i] = std::ldexp(static_cast<double>(words_[i]), -31);
             writer_.write(words_.data(), count);
         } else {
-            // Float files (and the lossy codecs) store floats; double files doubles.
+            // Float files (and the lossy codecs, before encoding) store
+            // floats; double files doubles.
             const bool doubles = (encoding_.sf_format & SF_FORMAT_SUBMASK) == SF_FORMAT_DOUBLE;
-            for (size_t i = 0; i < n; ++i) {
-                const double m = std::fabs(doubles ? src[i] : static_cast<float>(src[i]));
-                peak_ = std::max(peak_, m);
-                if (m > 1.0) ++above_full_scale_;
-            }
+            for (size_t i = 0; i < n; ++i) stored_[i] = doubles ? src[i] : static_cast<float>(src[i]);
             writer_.write(src, count);
         }
+        measure(count);
         for (size_t f = 0; f < count; ++f) {
             const uint64_t out_frame = written_ + f;
             const int32_t g = gains[first + f];
@@ -58,6 +59,18 @@ void OutputSink::consume(const double* samples, const int32_t* gains, size_t fra
         written_ += count;
     }
     position_ += frames;
+}
+
+void OutputSink::measure(size_t frames) {
+    const size_t n = frames * channels_;
+    for (size_t i = 0; i < n; ++i) {
+        const double m = std::fabs(stored_[i]);
+        if (!std::isfinite(m)) continue;
+        peak_ = std::max(peak_, m);
+        above_threshold_ += m > kThresholdStored;
+        above_full_scale_ += m > 1.0;
+    }
+    meter_.add(stored_.data(), frames);
 }
 
 }  // namespace taviklimit

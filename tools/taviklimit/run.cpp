@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "limiter_stream.h"
+#include "loudness_meter.h"
 
 namespace taviklimit {
 
@@ -14,6 +15,7 @@ void run(const Options& options, SndReader& reader, const std::vector<FrameRange
          OutputSink& sink, Progress& progress, Summary& summary) {
     const int channels = reader.info().channels;
     LimiterStream stream(options.format, channels);
+    LoudnessMeter meter(channels, reader.info().rate);  // of the driven input
 
     // The switch points, in stream frames: into bypass, back, into bypass...
     std::vector<uint64_t> switches;
@@ -59,10 +61,20 @@ void run(const Options& options, SndReader& reader, const std::vector<FrameRange
             } else {
                 const size_t n = got * channels;
                 for (size_t i = 0; i < n; ++i) {
+                    if (!std::isfinite(in[i])) {
+                        // Handed on as they are; the peaks leave them out.
+                        if (summary.nan_input + summary.infinite_input == 0) {
+                            summary.first_damage_s = static_cast<double>(fed + i / channels) /
+                                                     reader.info().rate;
+                        }
+                        ++(std::isnan(in[i]) ? summary.nan_input : summary.infinite_input);
+                        continue;
+                    }
                     summary.input_peak = std::max(summary.input_peak, std::fabs(in[i]));
                     in[i] *= drive;
                     summary.driven_peak = std::max(summary.driven_peak, std::fabs(in[i]));
                 }
+                meter.add(in.data(), got);
             }
         }
         if (input_done) {
@@ -83,6 +95,8 @@ void run(const Options& options, SndReader& reader, const std::vector<FrameRange
     summary.calls = stream.calls();
     summary.saturated_input = stream.saturated_samples();
     summary.engine_s = stream.engine_seconds();
+    summary.driven = meter.result();
+    summary.measure_s += meter.seconds();
 }
 
 }  // namespace taviklimit

@@ -7,21 +7,15 @@ namespace taviklimit {
 namespace {
 
 // Rounds x (to nearest, ties to even, in the default environment) and
-// saturates it to [lo, hi]; NaN goes to 0 and counts as saturated.
+// saturates it to [lo, hi]; NaN goes to 0. Infinities saturate without
+// being counted: the caller counts NaN and infinities as damaged samples.
 template <typename Int>
 Int round_saturate(double x, double lo, double hi, size_t& saturated) {
-    if (!(x >= lo)) {
-        ++saturated;
-        return std::isnan(x) ? Int{0} : static_cast<Int>(lo);
-    }
+    if (std::isnan(x)) return Int{0};
     const double r = std::nearbyint(x);
-    if (r > hi) {
-        ++saturated;
-        return static_cast<Int>(hi);
-    }
-    if (r < lo) {
-        ++saturated;
-        return static_cast<Int>(lo);
+    if (r > hi || r < lo) {
+        if (std::isfinite(x)) ++saturated;
+        return static_cast<Int>(r > hi ? hi : lo);
     }
     return static_cast<Int>(r);
 }
@@ -32,7 +26,7 @@ size_t to_float32(const double* in, float* out, size_t count) {
     size_t saturated = 0;
     constexpr double kMax = std::numeric_limits<float>::max();
     for (size_t i = 0; i < count; ++i) {
-        if (std::fabs(in[i]) > kMax) ++saturated;
+        if (std::isfinite(in[i]) && std::fabs(in[i]) > kMax) ++saturated;
         out[i] = static_cast<float>(in[i]);
     }
     return saturated;

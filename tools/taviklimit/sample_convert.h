@@ -8,7 +8,8 @@
 
 namespace taviklimit {
 
-// Each returns how many samples it saturated.
+// Each returns how many finite samples it saturated. NaN becomes 0 and an
+// infinity the range's end in the integer formats; the float stays as it is.
 
 // The nearest float.
 size_t to_float32(const double* in, float* out, size_t count);

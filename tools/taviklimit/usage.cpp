@@ -9,7 +9,8 @@ const char* usage_text() {
 SYNOPSIS
     taviklimit INPUT OUTPUT [--format float32|q5.27|q33.31] [--drive DB]
                [--period FRAMES] [--keep-latency] [--bypass START-END[,...]]
-               [--subtype pcm16|pcm24|pcm32|float|double] [--json FILE]
+               [--subtype pcm16|pcm24|pcm32|float|double] [--output-type TYPE]
+               [--raw-input RATE,CHANNELS,ENCODING] [--strict] [--json FILE]
                [--gain-log FILE.csv] [-q]
     taviklimit --help | --version
 
@@ -18,11 +19,51 @@ DESCRIPTION
     mono or stereo, any sample rate), applies the drive gain, feeds the
     audio to one limiter instance period by period exactly as a host
     program does, and writes OUTPUT, whose container follows its extension
-    (.wav .w64 .rf64 .aif .aiff .au .caf .flac .ogg .oga .opus .mp3).
-    Peaks that would come closer to full scale than 32730/32768 (-0.01 dBFS)
-    are brought down to it; quieter audio passes unchanged. At the end it
-    prints a summary: input and output sample peak, largest gain reduction,
-    share of 64-frame blocks limited, frames processed and speed.
+    (.wav .w64 .rf64 .aif .aiff .au .caf .flac .ogg .oga .opus .mp3 .raw)
+    or --output-type.
+
+    Levels. Peaks above the no-reduction threshold, 2147418110/2^31 of full
+    scale (-0.0003 dBFS), are brought down to the target, 32730/32768
+    (-0.0101 dBFS); samples up to the threshold pass unreduced, so limited
+    output peaks anywhere between the two. While limiting, the output
+    stays at or below the threshold, except for the 64 frames that were
+    held in the delay line at a switch from bypass back to limiting. The
+    summary reports the output's real peak.
+
+    Summary. At the end it prints the input's format and sample peak, the
+    largest gain reduction, the share of 64-frame blocks limited, and for
+    the driven input and for the output the sample peak (dBFS), the true
+    peak (dBTP, 4 times oversampled below 96 kHz), the integrated loudness
+    (LUFS) and the loudness range (LU) of EBU R128, measured with
+    libebur128 on the samples as they pass (the output as stored, before
+    any lossy encoder), with how far the output's true peak stands above
+    its sample peak. Then the frames, the calls and the speed: the whole
+    run, the limiter alone, and the time spent measuring loudness and true
+    peak.
+
+    Pipes. "-" as INPUT reads standard input: WAV, AIFF, AU and Ogg
+    streams (libsndfile cannot read FLAC unseekable), or raw samples with
+    --raw-input. "-" as OUTPUT writes standard
+    output, WAV unless --output-type says otherwise; the summary then goes
+    to standard error. libsndfile writes AU, raw, FLAC and Ogg to a pipe
+    but not WAV (nor W64, RF64, AIFF or CAF), so on a pipe the tool writes
+    the WAV header itself, with PCM (8, 16, 24, 32-bit) or float (32,
+    64-bit) samples after it: the lengths follow from INPUT's announced
+    length, or are all ones (open, as for a live recording) when a stream
+    announces none. Redirected to a file, standard output is written by
+    libsndfile as any file.
+
+    Damaged input. NaN and infinite samples are counted and reported with
+    the time of the first. The peaks leave them out and the loudness counts
+    them as silence. The tool hands them to the library as float NaN and
+    infinity in float32; as 0 (NaN) and the format's largest words
+    (infinities: +-16.0 in q5.27; the Q33.31 ends in q33.31, the Q1.31 ends
+    in q33.31 bypass) in the other formats. The library takes a NaN as 0
+    and brings an infinity down with the rest of its 64-frame block (to
+    silence in float32 and q33.31, about -24 dB in q5.27). In bypass the
+    float32 output passes them on. An input that ends before the length
+    its header announces, or that stops with a read error, is processed as
+    far as it goes, with a warning naming the frames read.
 
     Gain: a second limiter instance, fed the same peaks beside a constant
     probe of half full scale, reports through the probe the exact gain the
@@ -48,9 +89,10 @@ DESCRIPTION
     that value (a float file rounds Q5.27 and Q1.31 to the nearest float).
     Integer output of b bits stores round(y * 2^(b-1)), to nearest, ties to
     even, saturated to the b-bit range; there is no dither. Limited audio
-    stays at or below 32730/32768, so it never saturates. Samples that had
-    to be saturated (bypass with drive, for instance) are counted and
-    reported; nothing ever wraps.
+    stays at or below the threshold, which 16 and 24-bit PCM and float
+    store as 1 - 2^-15, so it never saturates. Samples that had to be
+    saturated (bypass with drive, for instance) are counted and reported;
+    nothing ever wraps.
 
     Audio the limiter leaves alone comes back bit for bit from 16 and
     24-bit PCM in every format and from 32-bit PCM in q33.31, when the
@@ -100,6 +142,23 @@ OPTIONS
         lossy input (24-bit PCM where floats cannot be stored), 16-bit PCM
         for the rest.
 
+    --output-type TYPE
+        OUTPUT's container, named as an extension: wav, flac, aiff, ogg,
+        caf, w64, rf64, au, opus, mp3 or raw (headerless little-endian
+        samples). By default it follows OUTPUT's extension, and is wav for
+        "-". On a pipe: wav, au, raw, flac or ogg.
+
+    --raw-input RATE,CHANNELS,ENCODING
+        INPUT is headerless little-endian samples: RATE in Hz, 1 or 2
+        CHANNELS interleaved, ENCODING pcm16, pcm24, pcm32, float or
+        double.
+
+    --strict
+        Make a truncated input (one that ends before the length its header
+        announces, or stops with a read error) and an input holding NaN or
+        infinite samples an error (status 1, no OUTPUT written) instead of
+        a warning.
+
     --json FILE
         Also write the summary figures to FILE as JSON.
 
@@ -109,9 +168,11 @@ OPTIONS
         applied within the block, 0 for none).
 
     -q, --quiet
-        Print nothing but errors. Without it a progress bar goes to
-        standard error while the input is longer than 5 seconds and
-        standard error is a terminal, and the summary to standard output.
+        Print nothing but errors and warnings (a truncated input, damaged
+        samples, clipping). Without it a progress bar goes to standard
+        error while the input is longer than 5 seconds and standard error
+        is a terminal, and the summary, warnings included, to standard
+        output (standard error when OUTPUT is "-").
 
     -h, --help
         Print this text.
@@ -121,15 +182,17 @@ OPTIONS
 
     Output files are written to a temporary file beside them and renamed
     into place only on success; an OUTPUT that is INPUT (by any path to the
-    same file) is refused.
+    same file) is refused, and so is "-" as OUTPUT on a terminal.
 
 EXIT STATUS
-    0    success (saturated samples, if any, are reported but not an error)
+    0    success (saturated or damaged samples and a truncated input, if
+         any, are reported but not an error)
     1    a file cannot be read, written or processed: INPUT missing or not
-         audio, more than two channels, OUTPUT's directory not writable
+         audio, more than two channels, OUTPUT's directory not writable; a
+         truncated or damaged input with --strict
     2    the command line is wrong: an unknown option, a bad value, a
          missing operand, OUTPUT the same file as INPUT, a subtype the
-         output container cannot hold
+         output container cannot hold, a container a pipe cannot take
     130  interrupted; no output is left behind
 
 EXAMPLES
@@ -143,6 +206,10 @@ EXAMPLES
     Compare limiting and bypass in one file, and log the gain:
         taviklimit loop.wav ab.wav --drive 9 --bypass 2-4,6-8 \
             --gain-log gain.csv
+
+    Between two other programs, through pipes:
+        ffmpeg -i in.mp3 -f wav - | taviklimit - out.flac --drive 6
+        taviklimit in.wav - | sox -t wav - -n stat
 )";
 }
 

@@ -249,7 +249,8 @@ SndReader::SndReader(const std::string& path, const std::optional<RawInput>& raw
     // live) announces 2^32 - 1 bytes or more: no length at all.
     const uint64_t frame_bytes = static_cast<uint64_t>(
         std::max(1, sample_bytes(sf_info.format & SF_FORMAT_SUBMASK)) * sf_info.channels);
-    if (sf_info.frames >= 0 &&
+    // libsndfile gives SF_COUNT_MAX where the header has no length at all.
+    if (sf_info.frames >= 0 && sf_info.frames != SF_COUNT_MAX &&
         (sf_info.seekable || static_cast<uint64_t>(sf_info.frames) < 0xFFFFFFFFu / frame_bytes)) {
         info_.frames = static_cast<uint64_t>(sf_info.frames);
     }
@@ -269,7 +270,10 @@ SndReader::~SndReader() {
 size_t SndReader::read(double* out, size_t frames) {
     if (ended_) return 0;
     const sf_count_t n = sf_readf_double(file_, out, static_cast<sf_count_t>(frames));
-    if (sf_error(file_) != SF_ERR_NO_ERROR) {
+    // Without a length to reach, an error in place of more frames is where
+    // the stream ends (libsndfile's FLAC reader reports one there).
+    const bool open_end = !info_.frames && n <= 0 && frames_read_ > 0;
+    if (sf_error(file_) != SF_ERR_NO_ERROR && !open_end) {
         read_error_ = sf_strerror(file_);
         while (!read_error_.empty() && read_error_.back() == '.') read_error_.pop_back();
         if (read_error_.starts_with("Error : ")) read_error_.erase(0, 8);

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Sets up the machine, builds taviklimit (gcc configuration) and runs it on a
-# real recording, driven 12 dB into the limiter; prints its summary.
+# real recording, music driven 12 dB into the limiter; prints its summary.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -8,11 +8,12 @@ bash scripts/setup.sh
 cmake --preset gcc
 cmake --build --preset gcc -j2 --target taviklimit
 
-recording=/usr/share/sounds/alsa/Front_Center.wav  # alsa-utils: speech, mono 48 kHz 16-bit
+# frozen-bubble-data: music, Ogg Vorbis, stereo 44.1 kHz, 5 min 22 s
+recording=/usr/share/games/frozen-bubble/snd/frozen-mainzik-1p.ogg
 out=build/gcc/main
 mkdir -p "$out"
 echo
-build/gcc/tools/taviklimit/taviklimit "$recording" "$out/Front_Center-limited.wav" --drive 12 \
-    --json "$out/Front_Center-limited.json" --gain-log "$out/Front_Center-gain.csv"
+build/gcc/tools/taviklimit/taviklimit "$recording" "$out/frozen-mainzik-1p-limited.flac" --drive 12 \
+    --json "$out/frozen-mainzik-1p-limited.json" --gain-log "$out/frozen-mainzik-1p-gain.csv"
 echo
-echo "written: $out/Front_Center-limited.wav, its figures (.json) and gain per block (-gain.csv)"
+echo "written: $out/frozen-mainzik-1p-limited.flac, its figures (.json) and gain per block (-gain.csv)"

@@ -43,6 +43,7 @@ PACKAGES=(
     alsa-utils                # a speech recording: Front_Center.wav
     frozen-bubble-data        # music: Ogg Vorbis, stereo 44.1 kHz
     sndfile-programs
+    sox                       # the README's pipe example
 )
 
 # One dpkg-query for all; a package dpkg has never heard of is not listed.

@@ -111,13 +111,19 @@ def test_lv2ls_lists_both_plugins():
     assert URI + "mono" in listed and URI + "stereo" in listed
 
 
+# The bundles of the LV2 specification (Debian: lv2-dev), not the plugins installed beside them.
+SPECS = ("atom buf-size core data-access dynmanifest event instance-access log midi morph options "
+         "parameters patch port-groups port-props presets resize-port schemas state time ui units "
+         "uri-map urid worker").split()
+
+
 def validate(*files):
-    schemas = sorted(glob.glob("/usr/lib/lv2/*.lv2/*.ttl"))
+    schemas = [f for s in SPECS for f in sorted(glob.glob(f"/usr/lib/lv2/{s}.lv2/*.ttl"))]
     run = subprocess.run(["sord_validate", *schemas, *files], capture_output=True, text=True)
     return run.returncode, run.stdout + run.stderr
 
 
-def test_turtle_validates_against_the_lv2_schemas(tmp_path):
+def test_turtle_validates_against_the_lv2_specification(tmp_path):
     need("sord_validate")
     files = [os.path.join(BUNDLE, f) for f in ("manifest.ttl", "taviklimiter.ttl")]
     rc, out = validate(*files)

@@ -102,6 +102,18 @@ run_lone_clone() {
     rm -rf "$top"
 }
 
+# The Android library itself against the arm64 scalar reference: the arm64
+# build's differential program, a glibc process under qemu, loads it (with a
+# stand-in for its libc.so) and runs the random streams and the music.
+run_android_differential() {
+    local dir=build/arm64/tests/differential
+    [[ -f build/arm64/build.ninja ]] || cmake --preset arm64
+    cmake --build --preset arm64 -j2 --target taviklimiter_differential taviklimiter_scalar_reference
+    sh tests/differential/differential.sh /usr/share/games/frozen-bubble/snd/frozen-mainzik-1p.ogg \
+        build/android-arm64/music.f32 qemu-aarch64 -L /usr/aarch64-linux-gnu "$dir/taviklimiter_differential" \
+        build/android-arm64/libtaviklimiter_vendor.so "$dir/libtaviklimiter_scalar_reference.so" seconds=240
+}
+
 for config in "${CONFIGS[@]}"; do
     t0=$SECONDS
     if [[ "$config" == lone ]]; then
@@ -131,6 +143,10 @@ for config in "${CONFIGS[@]}"; do
     if [[ "$config" == fuzz ]]; then
         current="fuzz:fuzzing"
         run_fuzzers
+    fi
+    if [[ "$config" == android-arm64 ]]; then
+        current="android-arm64:differential"
+        run_android_differential
     fi
     t2=$SECONDS
     tests=$(grep -Eo 'tests passed, [0-9]+ tests failed out of [0-9]+' "build/$config/ctest-summary.log" |

@@ -40,9 +40,8 @@ constexpr int64_t kThreshold = 2147418110;  // the no-reduction threshold, Q1.31
 [[noreturn]] void fail(const std::string& s) { std::fprintf(stderr, "differential: %s\n", s.c_str()); std::exit(2); }
 
 void* find(void* library, const char* name) {
-    void* symbol = library ? dlsym(library, name) : nullptr;
-    if (!symbol) fail(library ? std::string("no ") + name : dlerror());
-    return symbol;
+    if (void* symbol = library ? dlsym(library, name) : nullptr) return symbol;
+    fail(library ? std::string("no ") + name : dlerror());
 }
 
 struct Library {
@@ -189,9 +188,8 @@ struct Differential {
 int main(int argc, char** argv) {
     if (argc < 3) fail("usage: taviklimiter_differential CANDIDATE.so REFERENCE.so [KEY=VALUE]...");
     const char* seed = std::getenv("TAVIKLIMITER_DIFFERENTIAL_SEED");
-    const uint64_t fresh = (uint64_t(std::random_device{}()) << 32) ^ std::random_device{}();
     std::map<std::string, std::string> option{{"music", ""}, {"float", "20000"}, {"fixed", "2000"}, {"seconds", "600"},
-                                              {"from", "0"}, {"seed", seed ? seed : std::to_string(fresh)}};
+        {"from", "0"}, {"seed", seed ? seed : std::to_string(std::random_device{}())}};
     for (const std::string& arg : std::vector<std::string>(argv + 3, argv + argc)) {
         if (!option.contains(arg.substr(0, arg.find('=')))) fail("not an option: " + arg);
         option[arg.substr(0, arg.find('='))] = arg.substr(arg.find('=') + 1);

@@ -29,7 +29,6 @@ RUNTIME_IMPORTS = {"__cxa_finalize", "_ITM_deregisterTMCloneTable", "_ITM_regist
 # crtbeginS.o's run-once flag and identity for __cxa_atexit, crtendS.o's end of the (empty)
 # transactional clone table, and the GOT, whose lazily bound entries are writable.
 RUNTIME_OBJECTS = {"completed.0", "__dso_handle", "__TMC_END__", "_GLOBAL_OFFSET_TABLE_"}
-SANITIZER_PREFIXES = ("__asan_", "__ubsan_", "__sanitizer_", "__lsan_")
 FORBIDDEN_NEEDED = re.compile(r"^(libstdc\+\+|libc\+\+(abi|_shared)?|libsupc\+\+|libgcc_s|libunwind)(\.so|$)")
 
 
@@ -107,7 +106,7 @@ def problems_of(args):
     imports = sorted({name for typ, bind, ndx, name in dynsym if name and ndx == "UND"})
     problems += [f"imports {name}" for name in imports
                  if name not in C_LIBRARY_IMPORTS | RUNTIME_IMPORTS
-                 and not (args.sanitized and name.startswith(SANITIZER_PREFIXES))]
+                 and not (args.sanitized and name.startswith(("__asan_", "__ubsan_", "__sanitizer_", "__lsan_")))]
     if not args.sanitized:
         if symtab is None:
             problems.append("no .symtab: the writable-data check needs an unstripped library")

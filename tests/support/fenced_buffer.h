@@ -1,9 +1,7 @@
 // A buffer at a chosen misalignment, fenced on both sides by guard bytes of
 // a known pattern. Under AddressSanitizer the guards are also poisoned, so
 // the first read or write into them stops the program on the spot with the
-// faulting stack; elsewhere check() finds writes afterwards. fence_tail()
-// poisons the end of the data too: bytes a call is documented never to read
-// or write. Used by the fuzzers and by the hostile-input tests; no GoogleTest.
+// faulting stack; elsewhere check() finds writes afterwards. No GoogleTest.
 #pragma once
 
 #include <cstddef>
@@ -43,12 +41,6 @@ public:
     unsigned char* data() { return storage_.data() + kGuard + offset_; }
     const unsigned char* data() const { return storage_.data() + kGuard + offset_; }
     size_t size() const { return size_; }
-
-    // Makes data bytes [from, size) untouchable as well (under ASan).
-    void fence_tail(size_t from) {
-        unfence();
-        fence(from < size_ ? from : size_);
-    }
 
     // Lifts every fence, then tells whether all guard bytes keep their pattern.
     bool check() {

@@ -80,6 +80,38 @@ TEST(Stream, GoldenOutputHashes) {
     EXPECT_GE(cases, 36u);
 }
 
+// In limiting, audio that never goes above the threshold (Q33.31 samples of
+// exactly +-2147418110 included) leaves unchanged, exactly 64 frames late,
+// whatever the periods. (Floats that widen exactly: a negative one carries
+// half a step, which the conversion's + 0.5 and truncation take away.)
+TEST(Stream, QuietAudioLeavesUnchangedOneBlockLate) {
+    Gen g(run_seed("quiet streams"));
+    for (uint32_t fmt : {0u, 1u, 2u}) {
+        for (bool stereo : {false, true}) {
+            const size_t ch = stereo ? 2 : 1, samples = 6000 * ch;
+            std::vector<unsigned char> in(samples * in_bytes(fmt)), want(64 * ch * 4);  // the delay line's silence first
+            for (size_t i = 0; i < samples; ++i) {
+                const int64_t w = g.one_in(8) ? (g.one_in(2) ? kThreshold : -kThreshold) : int64_t(g.audio(0.999) * 0x1p31);
+                want.resize(want.size() + 4);
+                if (fmt == 0) put<int64_t>(in.data(), i, w), put<int32_t>(want.data(), i + 64 * ch, int32_t(w));
+                if (fmt == 2) put<int32_t>(in.data(), i, int32_t(w / 16)), put<int32_t>(want.data(), i + 64 * ch, int32_t(w / 16));
+                if (fmt == 1) {
+                    const int32_t q = int32_t(w >> 8);
+                    put<float>(in.data(), i, q >= 0 ? float(q) * 0x1p-31f : float(2 * q - 1) * 0x1p-32f);
+                    put<float>(want.data(), i + 64 * ch, float(q) * 0x1p-31f);
+                }
+            }
+            Session s;
+            s.fmt = fmt, s.stereo = stereo, s.input = &in;
+            while (s.steps.size() < 40) s.steps.push_back({'p', uint32_t(1 + g.below(700))});
+            const SessionResult r = run_session(s, direct);
+            ASSERT_EQ(r.error, "");
+            ASSERT_GE(r.out.size(), want.size() - (64 + 700) * ch * 4);
+            EXPECT_TRUE(std::equal(r.out.begin(), r.out.end(), want.begin())) << "format " << fmt << ", stereo " << stereo;
+        }
+    }
+}
+
 TEST(Stream, RandomSessionsKeepTheBoundAndPassBypassExactly) {
     Gen g(run_seed("stream sessions"));
     const auto start = std::chrono::steady_clock::now();

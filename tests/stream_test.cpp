@@ -1,8 +1,9 @@
 // Whole streams through Limiter_Process (tests/support/session.h checks the
 // sizes, the output bound and the exact bypass copy of every sample).
 //
-// Golden: every case of tests/golden/vectors.txt, whose output bytes are
-// pinned by SHA-256, apart and in place at two alignments. The pins hold the
+// Golden: every case of tests/golden/vectors.txt (fixed input files) and
+// generated.txt (generated streams with special values, switches, resets and
+// format changes), whose output bytes are pinned by SHA-256, apart and in place at two alignments. The pins hold the
 // same in every build (each x86-64 level, the scalar build, arm64), so one
 // architecture's vector path cannot drift from another's. Sessions: random
 // streams in every format and channel mode, with special values, switches,
@@ -51,31 +52,33 @@ TEST(Stream, GoldenOutputHashes) {
     const char* env = std::getenv("TVL_GOLDEN_PRINT");
     const bool print = env && std::string(env) == "1";
     const std::string dir = std::string(TVL_TEST_DATA_DIR) + "/golden/";
-    std::ifstream manifest(dir + "vectors.txt");
-    ASSERT_TRUE(manifest.good());
     size_t cases = 0;
-    for (std::string line; std::getline(manifest, line);) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream words(line);
-        std::string name, input, schedule, sha;
-        Session s;
-        uint32_t channels = 0;
-        words >> name >> s.fmt >> channels >> input >> schedule >> sha;
-        SCOPED_TRACE(name);
-        s.stereo = channels == 2, s.steps = parse_steps(schedule);
-        std::vector<unsigned char> data;
-        if (input.rfind("gen:", 0) == 0) {
-            s.seed = std::stoull(input.substr(4));
-        } else {
-            std::ifstream f(dir + input, std::ios::binary);
-            ASSERT_TRUE(f.good()) << "cannot open " << input;
-            data.assign(std::istreambuf_iterator<char>(f), {});
-            s.input = &data;
+    for (const char* file : {"vectors.txt", "generated.txt"}) {
+        std::ifstream manifest(dir + file);
+        ASSERT_TRUE(manifest.good()) << file;
+        for (std::string line; std::getline(manifest, line);) {
+            if (line.empty() || line[0] == '#') continue;
+            std::istringstream words(line);
+            std::string name, input, schedule, sha;
+            Session s;
+            uint32_t channels = 0;
+            words >> name >> s.fmt >> channels >> input >> schedule >> sha;
+            SCOPED_TRACE(name);
+            s.stereo = channels == 2, s.steps = parse_steps(schedule);
+            std::vector<unsigned char> data;
+            if (input.rfind("gen:", 0) == 0) {
+                s.seed = std::stoull(input.substr(4));
+            } else {
+                std::ifstream f(dir + input, std::ios::binary);
+                ASSERT_TRUE(f.good()) << "cannot open " << input;
+                data.assign(std::istreambuf_iterator<char>(f), {});
+                s.input = &data;
+            }
+            const std::string got = sha256_hex(run_three_ways(s).out);
+            if (print) std::printf("%s %u %u %s %s %s\n", name.c_str(), s.fmt, channels, input.c_str(), schedule.c_str(), got.c_str());
+            else EXPECT_EQ(got, sha);
+            ++cases;
         }
-        const std::string got = sha256_hex(run_three_ways(s).out);
-        if (print) std::printf("%s %u %u %s %s %s\n", name.c_str(), s.fmt, channels, input.c_str(), schedule.c_str(), got.c_str());
-        else EXPECT_EQ(got, sha);
-        ++cases;
     }
     EXPECT_GE(cases, 36u);
 }

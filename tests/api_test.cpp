@@ -29,7 +29,7 @@ void edit_record(void* mem, const std::function<void(LimiterHandle&)>& edit) {
 // float32 in the first; `nulled` numbers the pointer argument passed as null.
 struct World {
     FencedBuffer inst{LMTR_INSTANCE_SIZE, 1}, fresh{LMTR_INSTANCE_SIZE, 3, 0xAB}, scratch{LMTR_SCRATCH_SIZE, 5, 0x5A},
-        in{4096, 7, 0x11}, out{4096, 9, 0x22}, words{8, 2, 0x77}, handle_out{sizeof(void*), 4, 0x55};
+        in{4096, 7, 0x11}, out{4096, 9, 0x22}, words{8, 4, 0x77}, handle_out{sizeof(void*), 0, 0x55};  // typed pointers: aligned
     World() {
         const LimiterConfig config{2, 0, LMTR_PCM_FLOAT32, LMTR_STATE_LIMITING};
         LimiterHandle* unused;

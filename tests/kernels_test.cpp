@@ -80,8 +80,9 @@ const Worked kWorked[] = {
                y[0] = int32_t(x[0]); int32_t q5 = -5;
                K(apply_ramp_gain_for_q5p27)(0, 16384, 16384, &q5, &q5, LMTR_RAMP_TABLE, 1, 1); y[1] = q5, -2, -3),
     TVL_WORKED("copy_float32_to_q33p31: half up, NaN 0, saturation", float,
-               ({kNaN, -1.0f, 0x1p-32f, -0x1p-32f, kInf, -kInf, 0x1p63f, -0x1.8p-31f}), int64_t,
-               K(copy_float32_to_q33p31)(x.data(), y.data(), 8), 0, -2147483647, 1, 0, INT64_MAX, INT64_MIN, INT64_MAX, -1),
+               ({kNaN, -1.0f, 0x1p-32f, -0x1p-32f, kInf, -kInf, 0x1p32f, -0x1.8p-31f, -0x1p32f}), int64_t,
+               K(copy_float32_to_q33p31)(x.data(), y.data(), 9), 0, -2147483647, 1, 0, INT64_MAX, INT64_MIN, INT64_MAX, -1,
+               INT64_MIN),
     TVL_WORKED("convert_from_float32_to_q5p27: half up, NaN 0, saturation outside [-16, 16)", float,
                ({16.0f, -16.0f, kNaN, -kInf, kInf, 1.0f, -0x1p-28f, 0x1p-28f, -17.0f}), int32_t,
                K(convert_from_float32_to_q5p27)(x.data(), 9); TVL_SAME(36),

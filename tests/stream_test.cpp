@@ -115,6 +115,24 @@ TEST(Stream, QuietAudioLeavesUnchangedOneBlockLate) {
     }
 }
 
+// Blocks of NaNs (signalling and quiet, both signs) around one loud sample,
+// at every position of the block: the block's gain must still come from that
+// sample (a NaN widens to 0), so it leaves at or below the target.
+TEST(Stream, ALoudSampleAmongNaNsStillSetsItsBlocksGain) {
+    static const uint32_t nans[] = {0x7F800001, 0xFF800001, 0x7FBFFFFF, 0x7FC00000, 0xFFFFFFFF};
+    for (bool stereo : {false, true}) {
+        const size_t block = stereo ? 128 : 64;
+        std::vector<unsigned char> in(block * block * 4);
+        for (size_t i = 0; i < block * block; ++i) put<uint32_t>(in.data(), i, nans[i / block % 5]);
+        for (size_t k = 0; k < block; ++k) put<float>(in.data(), k * block + k, k % 2 ? -2.0f : 2.0f);
+        Session s;
+        s.fmt = LMTR_PCM_FLOAT32, s.stereo = stereo, s.input = &in, s.steps = {{'p', 64}, {'p', 1000}, {'p', 8192}};
+        const SessionResult r = run_session(s, direct);
+        EXPECT_EQ(r.error, "");
+        EXPECT_EQ(r.hot, block - 1);  // all but the last block's loud sample have left
+    }
+}
+
 TEST(Stream, RandomSessionsKeepTheBoundAndPassBypassExactly) {
     Gen g(run_seed("stream sessions"));
     const auto start = std::chrono::steady_clock::now();

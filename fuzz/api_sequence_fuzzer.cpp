@@ -16,8 +16,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     s.fmt = data[0] % 3, s.stereo = data[1] & 1, s.state = data[1] >> 1 & 1, s.in_place = data[1] >> 2 & 1;
     s.offset = data[1] >> 4;
     for (size_t i = 2; i < 10; ++i) s.seed = s.seed << 8 | data[i];
-    for (size_t i = 10; i + 1 < size && s.steps.size() < 64; i += 2) {
-        const uint32_t arg = data[i + 1] | (data[i] & 0x7) << 8;  // 0 to 2047
+    for (size_t i = 10; i + 1 < size && s.steps.size() < 48; i += 2) {
+        const uint32_t arg = data[i + 1] | (data[i] & 0x3) << 8;  // 0 to 1023
         switch (data[i] >> 3 & 7) {
             case 0: s.steps.push_back({'b', 0}); break;
             case 1: s.steps.push_back({'l', 0}); break;

@@ -1,4 +1,4 @@
-// API sequence fuzzer: a host session (tests/support/session.h) whose format,
+// API sequence fuzzer: a host run (tests/support/host_run.h) whose format,
 // channel mode, state, placement and schedule of periods, switches, format
 // changes and resets come from the input; the stream's samples (special
 // values mixed in) from a seed the input also gives. Every call is checked
@@ -8,11 +8,11 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "support/session.h"
+#include "support/host_run.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 10) return 0;
-    tvl_test::Session s;
+    tvl_test::HostRun s;
     s.fmt = data[0] % 3, s.stereo = data[1] & 1, s.state = data[1] >> 1 & 1, s.in_place = data[1] >> 2 & 1;
     s.offset = data[1] >> 4;
     for (size_t i = 2; i < 10; ++i) s.seed = s.seed << 8 | data[i];
@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             default: s.steps.push_back({'p', arg}); break;
         }
     }
-    const tvl_test::SessionResult r = tvl_test::run_session(s, tvl_test::direct);
+    const tvl_test::RunResult r = tvl_test::run_host(s, tvl_test::direct);
     if (!r.error.empty()) {
         std::fprintf(stderr, "api_sequence_fuzzer: %s (format %u, stereo %d, seed %llu)\n", r.error.c_str(), s.fmt,
                      s.stereo, (unsigned long long)s.seed);

@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "support/session.h"
+#include "support/host_run.h"
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
@@ -198,7 +198,7 @@ TEST(Realtime, TheWatchSeesLocksAndSystemCalls) {
 #endif
 }
 
-// Sessions in every format and channel mode, limiting and bypass, with
+// Runs in every format and channel mode, limiting and bypass, with
 // switches, format changes and resets, periods of every size, in place and
 // apart: every entry point call armed on its own.
 TEST(Realtime, EntryPointsAllocateNothingLockNothingCallNothing) {
@@ -212,10 +212,10 @@ TEST(Realtime, EntryPointsAllocateNothingLockNothingCallNothing) {
     Gen g(7);
     for (uint32_t fmt : {0u, 1u, 2u}) {
         for (uint32_t mode = 0; mode < 4; ++mode) {
-            Session s;
+            HostRun s;
             s.fmt = fmt, s.stereo = mode & 1, s.state = mode >> 1, s.in_place = (fmt + mode) % 2, s.seed = g.next();
             s.steps = random_steps(g, 20, true);
-            const SessionResult r = run_session(s, watch);
+            const RunResult r = run_host(s, watch);
             ASSERT_EQ(r.error, "");
             bytes += r.out.size();
         }

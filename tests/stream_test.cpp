@@ -1,11 +1,11 @@
-// Whole streams through Limiter_Process (tests/support/session.h checks the
+// Whole streams through Limiter_Process (tests/support/host_run.h checks the
 // sizes, the output bound and the exact bypass copy of every sample).
 //
 // Golden: every case of tests/golden/vectors.txt (fixed input files) and
 // generated.txt (generated streams with special values, switches, resets and
 // format changes), whose output bytes are pinned by SHA-256, apart and in place at two alignments. The pins hold the
 // same in every build (each x86-64 level, the scalar build, arm64), so one
-// architecture's vector path cannot drift from another's. Sessions: random
+// architecture's vector path cannot drift from another's. Runs: random
 // streams in every format and channel mode, with special values, switches,
 // resets and format changes, run apart and in place at two alignments (the
 // same bytes each way), until the time box (TVL_TEST_SECONDS, default 2).
@@ -16,7 +16,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "support/session.h"
+#include "support/host_run.h"
 #include "support/sha256.h"
 
 namespace {
@@ -33,13 +33,13 @@ std::vector<Step> parse_steps(const std::string& text) {
     return steps;
 }
 
-// The session run apart at 16-byte alignment, then in place and apart at odd
+// The run run apart at 16-byte alignment, then in place and apart at odd
 // addresses: the properties hold each time and the output bytes agree.
-SessionResult run_three_ways(Session s) {
-    SessionResult first;
+RunResult run_three_ways(HostRun s) {
+    RunResult first;
     for (int way = 0; way < 3; ++way) {
         s.in_place = way == 1, s.offset = way == 0 ? 0 : 2 * way + 1;
-        SessionResult r = run_session(s, direct);
+        RunResult r = run_host(s, direct);
         EXPECT_EQ(r.error, "") << (way == 1 ? "in place" : way == 2 ? "apart, misaligned" : "apart");
         if (way == 0) first = r;
         else EXPECT_TRUE(r.out == first.out) << "output differs " << (way == 1 ? "in place" : "misaligned");
@@ -60,7 +60,7 @@ TEST(Stream, GoldenOutputHashes) {
             if (line.empty() || line[0] == '#') continue;
             std::istringstream words(line);
             std::string name, input, schedule, sha;
-            Session s;
+            HostRun s;
             uint32_t channels = 0;
             words >> name >> s.fmt >> channels >> input >> schedule >> sha;
             SCOPED_TRACE(name);
@@ -104,10 +104,10 @@ TEST(Stream, QuietAudioLeavesUnchangedOneBlockLate) {
                     put<float>(want.data(), i + 64 * ch, float(q) * 0x1p-31f);
                 }
             }
-            Session s;
+            HostRun s;
             s.fmt = fmt, s.stereo = stereo, s.input = &in;
             while (s.steps.size() < 40) s.steps.push_back({'p', uint32_t(1 + g.below(700))});
-            const SessionResult r = run_session(s, direct);
+            const RunResult r = run_host(s, direct);
             ASSERT_EQ(r.error, "");
             ASSERT_GE(r.out.size(), want.size() - (64 + 700) * ch * 4);
             EXPECT_TRUE(std::equal(r.out.begin(), r.out.end(), want.begin())) << "format " << fmt << ", stereo " << stereo;
@@ -125,32 +125,32 @@ TEST(Stream, ALoudSampleAmongNaNsStillSetsItsBlocksGain) {
         std::vector<unsigned char> in(block * block * 4);
         for (size_t i = 0; i < block * block; ++i) put<uint32_t>(in.data(), i, nans[i / block % 5]);
         for (size_t k = 0; k < block; ++k) put<float>(in.data(), k * block + k, k % 2 ? -2.0f : 2.0f);
-        Session s;
+        HostRun s;
         s.fmt = LMTR_PCM_FLOAT32, s.stereo = stereo, s.input = &in, s.steps = {{'p', 64}, {'p', 1000}, {'p', 8192}};
-        const SessionResult r = run_session(s, direct);
+        const RunResult r = run_host(s, direct);
         EXPECT_EQ(r.error, "");
         EXPECT_EQ(r.hot, block - 1);  // all but the last block's loud sample have left
     }
 }
 
-TEST(Stream, RandomSessionsKeepTheBoundAndPassBypassExactly) {
-    Gen g(run_seed("stream sessions"));
+TEST(Stream, RandomRunsKeepTheBoundAndPassBypassExactly) {
+    Gen g(run_seed("stream runs"));
     const auto start = std::chrono::steady_clock::now();
-    SessionResult total;
-    size_t sessions = 0;
+    RunResult total;
+    size_t runs = 0;
     do {
-        Session s;
-        s.fmt = uint32_t(sessions % 3), s.stereo = sessions / 3 % 2, s.state = uint32_t(g.below(2)), s.seed = g.next();
+        HostRun s;
+        s.fmt = uint32_t(runs % 3), s.stereo = runs / 3 % 2, s.state = uint32_t(g.below(2)), s.seed = g.next();
         s.steps = random_steps(g, 30, g.one_in(2));
-        SCOPED_TRACE(testing::Message() << "session " << sessions << ": format " << s.fmt << ", stereo " << s.stereo
+        SCOPED_TRACE(testing::Message() << "run " << runs << ": format " << s.fmt << ", stereo " << s.stereo
                                         << ", seed " << s.seed);
-        const SessionResult r = run_three_ways(s);
+        const RunResult r = run_three_ways(s);
         total.bounded += r.bounded, total.hot += r.hot, total.exact += r.exact, total.switches += r.switches;
-        ++sessions;
+        ++runs;
     } while (!testing::Test::HasFailure() &&
-             (sessions < 6 || std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() < test_seconds(2)));
-    std::printf("%zu sessions: %zu samples bounded (%zu above the threshold in), %zu passed in bypass, %zu switches\n",
-                sessions, total.bounded, total.hot, total.exact, total.switches);
+             (runs < 6 || std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() < test_seconds(2)));
+    std::printf("%zu runs: %zu samples bounded (%zu above the threshold in), %zu passed in bypass, %zu switches\n",
+                runs, total.bounded, total.hot, total.exact, total.switches);
     EXPECT_GT(total.hot, 1000u);
     EXPECT_GT(total.exact, 1000u);
     EXPECT_GT(total.switches, 6u);

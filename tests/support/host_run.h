@@ -1,4 +1,4 @@
-// A host session through the C interface, free of GoogleTest (it runs on
+// A host run through the C interface, free of GoogleTest (it runs on
 // worker threads and inside the fuzzer): open an instance, then a schedule of
 // periods of any number of frames (a partial block is kept and offered
 // again, output room is sometimes short), switches, format changes and
@@ -36,7 +36,7 @@ struct Step {
     uint32_t arg;
 };
 
-struct Session {
+struct HostRun {
     uint32_t fmt = 0, state = 0;
     bool stereo = false, in_place = false;
     uint64_t seed = 0;
@@ -47,7 +47,7 @@ struct Session {
 
 inline size_t in_bytes(uint32_t fmt) { return fmt == LMTR_PCM_Q33P31 ? 8 : 4; }
 
-// Sample i of the session's stream in format fmt. Each block of 64 frames
+// Sample i of the run's stream in format fmt. Each block of 64 frames
 // has its own level (quiet, near full scale, loud up to 4x) and one block in
 // three carries special values among its samples.
 inline void stream_sample(uint32_t fmt, uint64_t seed, uint64_t i, bool stereo, unsigned char* dst) {
@@ -87,15 +87,15 @@ inline bool within_bound(uint32_t fmt, const unsigned char* y, bool hot) {
     return hot ? std::abs(w) <= 0x07FDA000 : w >= -0x07FFF000 && w <= 0x07FFEFFF;
 }
 
-struct SessionResult {
+struct RunResult {
     std::vector<unsigned char> out;  // every output byte in order
     std::string error;               // the first broken rule, "" if none
     size_t bounded = 0, hot = 0, exact = 0, switches = 0;  // samples (and switches) checked
 };
 
 template <typename Around>
-SessionResult run_session(const Session& s, Around around, void* instance = nullptr, void* scratch = nullptr) {
-    SessionResult r;
+RunResult run_host(const HostRun& s, Around around, void* instance = nullptr, void* scratch = nullptr) {
+    RunResult r;
     const size_t ch = s.stereo ? 2 : 1, block = 64 * ch;
     FencedBuffer own_instance(LMTR_INSTANCE_SIZE, s.offset), own_scratch(LMTR_SCRATCH_SIZE, 15 - s.offset % 16);
     if (!instance) instance = own_instance.data(), scratch = own_scratch.data();

@@ -33,7 +33,7 @@ std::vector<Step> parse_steps(const std::string& text) {
     return steps;
 }
 
-// The run run apart at 16-byte alignment, then in place and apart at odd
+// The host run made apart at 16-byte alignment, then in place and apart at odd
 // addresses: the properties hold each time and the output bytes agree.
 RunResult run_three_ways(HostRun s) {
     RunResult first;

@@ -5,8 +5,11 @@ import numpy as np
 import pytest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.dirname(HERE))  # the package, when PYTHONPATH does not name it
-import taviklimiter as tl  # noqa: E402
+try:
+    import taviklimiter as tl  # installed, or named by PYTHONPATH
+except ImportError:
+    sys.path.insert(0, os.path.dirname(HERE))  # the source tree's package
+    import taviklimiter as tl
 
 if os.environ.get("TAVIKLIMITER_LIB"):  # CTest names the library it built: it must be that one
     assert os.path.samefile(tl.library_path, os.environ["TAVIKLIMITER_LIB"]), tl.library_path

@@ -1,12 +1,12 @@
-"""install_venv.py PYTHON PACKAGE_DIR WORK LIBRARY VERSION RECORDING: pip installs the package
-into a new venv in WORK, offline, and checks the installed copy."""
+"""install_venv.py PYTHON PACKAGE_DIR WORK LIBRARY VERSION: pip installs the package into a new
+venv in WORK, offline, checks the installed copy and runs the package's tests against it."""
 import filecmp
 import os
 import shutil
 import subprocess
 import sys
 
-python, package, work, library, version, recording = sys.argv[1:7]
+python, package, work, library, version = sys.argv[1:6]
 shutil.rmtree(work, ignore_errors=True)
 source, venv = os.path.join(work, "src"), os.path.join(work, ".venv")
 shutil.copytree(package, source, ignore=shutil.ignore_patterns("tests", "build", "*.egg-info"))
@@ -24,5 +24,6 @@ env = {k: v for k, v in os.environ.items() if k not in ("TAVIKLIMITER_LIB", "PYT
 bundled = subprocess.run([f"{venv}/bin/python", "-c", CHECK, version], env=env, cwd=work,
                          check=True, capture_output=True, text=True).stdout.strip()
 assert filecmp.cmp(bundled, library, shallow=False), "the package holds another library"
-subprocess.run([f"{venv}/bin/python", "-m", "taviklimiter.plot", recording, "--true-peak",
-                "-o", f"{work}/plot.png"], env=env, cwd=work, check=True)  # limits and draws
+# The package's own tests, against the installed copy.
+subprocess.run([f"{venv}/bin/python", "-m", "pytest", "-q", "-p", "no:cacheprovider",
+                os.path.join(package, "tests")], env=env, cwd=work, check=True)

@@ -77,17 +77,6 @@ inline const uint8_t* at(const void* base, size_t byte_offset) {
 }
 inline uint8_t* at(void* base, size_t byte_offset) { return static_cast<uint8_t*>(base) + byte_offset; }
 
-// Whether a vector loop may run between src (src_bytes read) and dst
-// (dst_bytes written) when each step reads all its input before it writes,
-// and its output lies at or below its input: either the ranges are apart, or
-// dst starts at or below src, so that no step writes over bytes that a later
-// step still has to read. The narrowing kernels (8 bytes in, 4 out) and the
-// same-width kernels in place (dst == src) meet the second condition.
-inline bool writes_behind_reads(const void* src, size_t src_bytes, const void* dst, size_t dst_bytes) {
-    return reinterpret_cast<uintptr_t>(dst) <= reinterpret_cast<uintptr_t>(src) ||
-           !tvl::overlaps(src, src_bytes, dst, dst_bytes);
-}
-
 // ---- Q15 scaling rule on four Q33.31 samples ----------------------------------
 
 // Splits four Q33.31 samples (two registers of two 64-bit lanes, in order)

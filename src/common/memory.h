@@ -44,4 +44,16 @@ inline bool overlaps(const void* a, size_t a_bytes, const void* b, size_t b_byte
     return pa < pb + b_bytes && pb < pa + a_bytes;
 }
 
+// Whether a vector loop that reads src_bytes from src and writes dst_bytes to
+// dst, group after group in ascending order with each group loaded before it
+// is stored, gives its plain loop's bytes: the buffers are apart, or dst
+// starts at or below src, so every store lands on input already read. The
+// narrowing kernels (8 bytes in, 4 out) and the same-width kernels in place
+// meet the second condition. A dst above src inside it is left to the plain
+// loop, whose element order defines the result.
+inline bool ascending_groups_safe(const void* src, size_t src_bytes, const void* dst, size_t dst_bytes) {
+    return reinterpret_cast<uintptr_t>(dst) <= reinterpret_cast<uintptr_t>(src) ||
+           !overlaps(src, src_bytes, dst, dst_bytes);
+}
+
 }  // namespace tvl

@@ -46,17 +46,6 @@ using u8 = unsigned char;
 inline const u8* at(const void* base, size_t i, size_t size) { return static_cast<const u8*>(base) + i * size; }
 inline u8* at(void* base, size_t i, size_t size) { return static_cast<u8*>(base) + i * size; }
 
-// The vector loops of a kernel that reads `src_bytes` from src and writes
-// `dst_bytes` to dst, group after group in ascending order with each group
-// loaded before it is stored, give the plain loop's bytes when the buffers
-// are apart or dst starts at or below src: every store then lands on input
-// that has already been read. A dst above src inside it is left to the plain
-// loop, whose element order defines the result.
-inline bool ascending_groups_safe(const void* src, size_t src_bytes, const void* dst, size_t dst_bytes) {
-    return !overlaps(src, src_bytes, dst, dst_bytes) ||
-           reinterpret_cast<uintptr_t>(dst) <= reinterpret_cast<uintptr_t>(src);
-}
-
 // ---- 128-bit ----------------------------------------------------------------
 
 inline __m128i load128(const u8* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }

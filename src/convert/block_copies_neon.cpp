@@ -103,7 +103,7 @@ void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
 }
 
 void copy_q1p31_to_float32(const int32_t* src, float* dst, uint32_t count) {
-    if (!lanes::writes_behind_reads(src, size_t(count) * 4, dst, size_t(count) * 4)) {
+    if (!ascending_groups_safe(src, size_t(count) * 4, dst, size_t(count) * 4)) {
         scalar::copy_q1p31_to_float32(src, dst, count);
         return;
     }
@@ -121,7 +121,7 @@ void copy_q5p27_to_q33p31(const int32_t* src, int64_t* dst, uint32_t count) {
 }
 
 void copy_q1p31_to_q5p27(const int32_t* src, int32_t* dst, uint32_t count) {
-    if (!lanes::writes_behind_reads(src, size_t(count) * 4, dst, size_t(count) * 4)) {
+    if (!ascending_groups_safe(src, size_t(count) * 4, dst, size_t(count) * 4)) {
         scalar::copy_q1p31_to_q5p27(src, dst, count);
         return;
     }

@@ -1,6 +1,6 @@
 // Narrowing Q33.31 to Q1.31, NEON: sixteen samples per step. Each step reads
 // its 128 bytes before it writes 64, at or below them: in place and dst below
-// src run the vector loop too (lanes::writes_behind_reads).
+// src run the vector loop too (ascending_groups_safe).
 #if defined(__ARM_NEON) && defined(__aarch64__)
 
 #include "common/kernels.h"
@@ -53,7 +53,7 @@ uint32_t narrow_sixteens(const int64_t* src, void* dst, uint32_t count) {
 template <typename Dst, uint8x16_t (*Narrow)(uint8x16_t, uint8x16_t),
           void (*Scalar)(const int64_t*, Dst*, uint32_t)>
 void narrowing(const int64_t* src, Dst* dst, uint32_t count) {
-    if (!lanes::writes_behind_reads(src, size_t(count) * 8, dst, size_t(count) * 4)) {
+    if (!ascending_groups_safe(src, size_t(count) * 8, dst, size_t(count) * 4)) {
         Scalar(src, dst, count);
         return;
     }

@@ -54,15 +54,11 @@ TVL_X86_INLINE bool store8(u8* dst, __m128i lo, __m128i hi) {
     return true;
 }
 
-inline bool apart_or_below(const void* src, void* dst, size_t samples) {
-    return ascending_groups_safe(src, samples * 4, dst, samples * 4);
-}
-
 }  // namespace
 
 void emit_float32_at_unity(const float* src, float* dst, uint32_t count) {
     uint32_t i = 0;
-    if (apart_or_below(src, dst, count)) {
+    if (ascending_groups_safe(src, count * 4, dst, count * 4)) {
         for (; i + 8 <= count; i += 8) {
             if (!store8(at(dst, i, 4), at_unity4(at(src, i, 4)), at_unity4(at(src, i + 4, 4)))) {
                 scalar::emit_float32_at_unity(src + i, dst + i, 8);
@@ -74,7 +70,7 @@ void emit_float32_at_unity(const float* src, float* dst, uint32_t count) {
 
 void emit_float32_fix_gain(int32_t gain, const float* src, float* dst, uint32_t count) {
     uint32_t i = 0;
-    if (apart_or_below(src, dst, count)) {
+    if (ascending_groups_safe(src, count * 4, dst, count * 4)) {
         const __m256d gs = _mm256_set1_pd(gain * 0x1p-15);
         for (; i + 8 <= count; i += 8) {
             if (!store8(at(dst, i, 4), scaled4(at(src, i, 4), gs), scaled4(at(src, i + 4, 4), gs))) {
@@ -89,7 +85,8 @@ int32_t emit_float32_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t en
                                const int32_t* ramp_table, uint32_t count) {
     const size_t samples = is_stereo ? size_t(count) * 2 : size_t(count);
     uint32_t f = 0;  // frames done
-    if (apart_or_below(src, dst, samples) && !overlaps(ramp_table, size_t(count) * 4, dst, samples * 4)) {
+    if (ascending_groups_safe(src, samples * 4, dst, samples * 4) &&
+        !overlaps(ramp_table, size_t(count) * 4, dst, samples * 4)) {
         const __m128i start = _mm_set1_epi32(start_gain);
         const __m128i diff = _mm_set1_epi32(int32_t(uint32_t(end_gain) - uint32_t(start_gain)));
         // The ramp gains of four frames (the ramp rule in 32-bit lanes), times 2^-15.
@@ -133,7 +130,7 @@ int32_t emit_float32_step_gain(int32_t is_stereo, int32_t start_gain, int32_t st
         }
     };
     size_t i = 0;
-    if (apart_or_below(src, dst, samples)) {
+    if (ascending_groups_safe(src, samples * 4, dst, samples * 4)) {
         // Times 2^-15 the gains are multiples of 2^-15 below 2^23 in
         // magnitude, which the additions keep exact.
         const auto gs = [&](uint32_t frame) { return double(release_gain(start_gain, step, frame)) * 0x1p-15; };

@@ -70,13 +70,6 @@ TVL_DECLARE_KERNEL(narrow_q33p31_to_float32)
 #if defined(__ARM_NEON) && defined(__aarch64__)
 namespace lanes {
 
-// ---- Byte-vector access at any alignment ------------------------------------
-
-inline const uint8_t* at(const void* base, size_t byte_offset) {
-    return static_cast<const uint8_t*>(base) + byte_offset;
-}
-inline uint8_t* at(void* base, size_t byte_offset) { return static_cast<uint8_t*>(base) + byte_offset; }
-
 // ---- Q15 scaling rule on four Q33.31 samples ----------------------------------
 
 // Splits four Q33.31 samples (two registers of two 64-bit lanes, in order)
@@ -115,18 +108,18 @@ inline int32x4_t scale_q15(Split x, int32x4_t g, uint32x4_t g17) {
 // sample `first`: the first four scaled by the lanes of ga, the next four by
 // those of gb, by the Q15 scaling rule.
 inline void scale_eight(const int64_t* src, int32_t* dst, size_t first, int32x4_t ga, int32x4_t gb) {
-    const uint8x16x4_t x = vld1q_u8_x4(at(src, first * 8));
+    const uint8x16x4_t x = vld1q_u8_x4(at(src, first, 8));
     const uint32x4_t ga17 = vshlq_n_u32(vreinterpretq_u32_s32(ga), 17);  // g << 17
     const uint32x4_t gb17 = vshlq_n_u32(vreinterpretq_u32_s32(gb), 17);
     uint8x16x2_t y;
     y.val[0] = vreinterpretq_u8_s32(scale_q15(split(x.val[0], x.val[1]), ga, ga17));
     y.val[1] = vreinterpretq_u8_s32(scale_q15(split(x.val[2], x.val[3]), gb, gb17));
-    vst1q_u8_x2(at(dst, first * 4), y);
+    vst1q_u8_x2(at(dst, first, 4), y);
 }
 
 // Four ramp gains: start + ((entry * diff) >> 15), 32-bit wrap, arithmetic shift.
 inline int32x4_t ramp_gains(const int32_t* table, size_t first, int32x4_t start, uint32x4_t diff) {
-    const uint32x4_t entry = vreinterpretq_u32_u8(vld1q_u8(at(table, first * 4)));
+    const uint32x4_t entry = vreinterpretq_u32_u8(vld1q_u8(at(table, first, 4)));
     const int32x4_t share = vreinterpretq_s32_u32(vmulq_u32(entry, diff));  // entry * diff, low 32 bits
     return vsraq_n_s32(start, share, 15);                                     // start + (share >> 15)
 }

@@ -37,6 +37,13 @@ inline ptrdiff_t every_second_or_consecutive(uint32_t i, int32_t stride) {
     return stride == 2 ? ptrdiff_t(i) * 2 : ptrdiff_t(i);
 }
 
+// Byte address of element i of an array of `size`-byte elements at base, for
+// the vector loops' unaligned loads and stores (any alignment).
+inline const uint8_t* at(const void* base, size_t i, size_t size) {
+    return static_cast<const uint8_t*>(base) + i * size;
+}
+inline uint8_t* at(void* base, size_t i, size_t size) { return static_cast<uint8_t*>(base) + i * size; }
+
 // Whether [a, a + a_bytes) and [b, b + b_bytes) share a byte. Compared as
 // integers: the two ranges may belong to unrelated objects.
 inline bool overlaps(const void* a, size_t a_bytes, const void* b, size_t b_bytes) {

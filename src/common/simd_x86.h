@@ -42,9 +42,6 @@ namespace tvl::x86 {
 
 using u8 = unsigned char;
 
-// Byte address of element i of an array of `size`-byte elements.
-inline const u8* at(const void* base, size_t i, size_t size) { return static_cast<const u8*>(base) + i * size; }
-inline u8* at(void* base, size_t i, size_t size) { return static_cast<u8*>(base) + i * size; }
 
 // ---- 128-bit ----------------------------------------------------------------
 

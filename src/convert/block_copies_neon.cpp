@@ -54,8 +54,8 @@ inline uint8x16_t q1p31_to_q5p27_x4(uint8x16_t in) {
 template <typename Widen>
 uint32_t widen_sixteen_at_a_time(const void* src, void* dst, uint32_t count, Widen widen) {
     const uint32_t whole = count & ~15u;
-    const uint8_t* in = lanes::at(src, 0);
-    uint8_t* out = lanes::at(dst, 0);
+    const uint8_t* in = at(src, 0, 4);
+    uint8_t* out = at(dst, 0, 8);
     for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 64, out += 128) {
         const uint8x16x4_t x = vld1q_u8_x4(in);
         uint8x16x4_t y0, y1;
@@ -74,8 +74,8 @@ uint32_t widen_sixteen_at_a_time(const void* src, void* dst, uint32_t count, Wid
 template <typename Map>
 uint32_t map_sixteen_at_a_time(const void* src, void* dst, uint32_t count, Map map) {
     const uint32_t whole = count & ~15u;
-    const uint8_t* in = lanes::at(src, 0);
-    uint8_t* out = lanes::at(dst, 0);
+    const uint8_t* in = at(src, 0, 4);
+    uint8_t* out = at(dst, 0, 4);
     for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 64, out += 64) {
         uint8x16x4_t v = vld1q_u8_x4(in);
         v.val[0] = map(v.val[0]);

@@ -34,8 +34,8 @@ inline uint8x16_t float_words(uint8x16_t s01, uint8x16_t s23) {
 template <uint8x16_t (*Narrow)(uint8x16_t, uint8x16_t)>
 uint32_t narrow_sixteens(const int64_t* src, void* dst, uint32_t count) {
     const uint32_t whole = count & ~15u;
-    const uint8_t* in = lanes::at(src, 0);
-    uint8_t* out = lanes::at(dst, 0);
+    const uint8_t* in = at(src, 0, 8);
+    uint8_t* out = at(dst, 0, 4);
     for (const uint8_t* const end = in + size_t(whole) * 8; in != end; in += 128, out += 64) {
         const uint8x16x4_t x0 = vld1q_u8_x4(in), x1 = vld1q_u8_x4(in + 64);
         uint8x16x4_t y;

@@ -35,7 +35,7 @@ inline uint8x16_t float32_to_q5p27_x4(uint8x16_t in, float64x2_t half_lsb) {
 
 void convert_from_q5p27_to_float32(void* samples, uint32_t count) {
     const uint32_t whole = count & ~15u;
-    uint8_t* p = lanes::at(samples, 0);
+    uint8_t* p = at(samples, 0, 4);
     for (uint8_t* const end = p + size_t(whole) * 4; p != end; p += 64) {
         uint8x16x4_t v = vld1q_u8_x4(p);
         v.val[0] = q5p27_to_float32_x4(v.val[0]);
@@ -44,13 +44,13 @@ void convert_from_q5p27_to_float32(void* samples, uint32_t count) {
         v.val[3] = q5p27_to_float32_x4(v.val[3]);
         vst1q_u8_x4(p, v);
     }
-    scalar::convert_from_q5p27_to_float32(lanes::at(samples, size_t(whole) * 4), count - whole);
+    scalar::convert_from_q5p27_to_float32(at(samples, whole, 4), count - whole);
 }
 
 void convert_from_float32_to_q5p27(void* samples, uint32_t count) {
     const float64x2_t half_lsb = vdupq_n_f64(0x1p-28);  // 0.5 / 2^27
     const uint32_t whole = count & ~15u;
-    uint8_t* p = lanes::at(samples, 0);
+    uint8_t* p = at(samples, 0, 4);
     for (uint8_t* const end = p + size_t(whole) * 4; p != end; p += 64) {
         uint8x16x4_t v = vld1q_u8_x4(p);
         v.val[0] = float32_to_q5p27_x4(v.val[0], half_lsb);
@@ -59,7 +59,7 @@ void convert_from_float32_to_q5p27(void* samples, uint32_t count) {
         v.val[3] = float32_to_q5p27_x4(v.val[3], half_lsb);
         vst1q_u8_x4(p, v);
     }
-    scalar::convert_from_float32_to_q5p27(lanes::at(samples, size_t(whole) * 4), count - whole);
+    scalar::convert_from_float32_to_q5p27(at(samples, whole, 4), count - whole);
 }
 
 }  // namespace tvl::neon

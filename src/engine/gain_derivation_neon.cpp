@@ -97,8 +97,8 @@ void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t cei
     const uint32_t first_over = uint32_t(threshold) + 1;  // c >= 0: 0 <= threshold <= 2^31 - 2
     const uint8x16_t unity_u8x16 = vreinterpretq_u8_u32(vdupq_n_u32(kUnityGain));
     const uint32_t whole = count & ~15u;
-    const uint8_t* in = lanes::at(src, 0);
-    uint8_t* out = lanes::at(gains, 0);
+    const uint8_t* in = at(src, 0, 8);
+    uint8_t* out = at(gains, 0, 4);
     for (const uint8_t* const end = in + size_t(whole) * 8; in != end; in += 128, out += 64) {
         if (peak_of_sixteen(in) < first_over) {
             // The usual case: one comparison for all sixteen.
@@ -121,7 +121,7 @@ uint64_t peak_q33p31(const int64_t* src, uint32_t count) {
     // unsigned running maximum by compare and select.
     const uint32_t whole = count & ~7u;
     uint64x2_t m0 = vdupq_n_u64(0), m1 = vdupq_n_u64(0);
-    const uint8_t* in = lanes::at(src, 0);
+    const uint8_t* in = at(src, 0, 8);
     for (const uint8_t* const end = in + size_t(whole) * 8; in != end; in += 64) {
         const uint8x16x4_t x = vld1q_u8_x4(in);
         const uint64x2_t a0 = vreinterpretq_u64_s64(vabsq_s64(vreinterpretq_s64_u8(x.val[0])));
@@ -147,7 +147,7 @@ uint64_t peak_float32(const float* src, uint32_t count) {
     // losing the other operand of the first. The extremes start at 0.
     const uint32_t whole = count & ~15u;
     float32x4_t hi0 = vdupq_n_f32(0.0f), hi1 = hi0, lo0 = hi0, lo1 = hi0;
-    const uint8_t* in = lanes::at(src, 0);
+    const uint8_t* in = at(src, 0, 4);
     for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 64) {
         const uint8x16x4_t x = vld1q_u8_x4(in);
         const float32x4_t x0 = vreinterpretq_f32_u8(x.val[0]), x1 = vreinterpretq_f32_u8(x.val[1]);
@@ -167,7 +167,7 @@ uint64_t peak_float32(const float* src, uint32_t count) {
 uint64_t peak_q5p27(const int32_t* src, uint32_t count) {
     const uint32_t whole = count & ~7u;
     uint32x4_t m = vdupq_n_u32(0);
-    const uint8_t* in = lanes::at(src, 0);
+    const uint8_t* in = at(src, 0, 4);
     // vabsq_s32 leaves -2^31 as 0x80000000, which read unsigned is its
     // magnitude; the widening multiplies every magnitude by 16.
     for (const uint8_t* const end = in + size_t(whole) * 4; in != end; in += 32) {
@@ -187,7 +187,7 @@ int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_
     const size_t words = is_stereo ? size_t(count) * 2 : size_t(count);
     const size_t whole = words & ~size_t(15);
     int32x4_t min_s32x4 = vdupq_n_s32(kUnityGain);
-    const uint8_t* in = lanes::at(gains, 0);
+    const uint8_t* in = at(gains, 0, 4);
     for (const uint8_t* const end = in + whole * 4; in != end; in += 64) {
         const uint8x16x4_t w = vld1q_u8_x4(in);
         const int32x4_t a = vminq_s32(vreinterpretq_s32_u8(w.val[0]), vreinterpretq_s32_u8(w.val[1]));

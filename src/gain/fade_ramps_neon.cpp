@@ -65,10 +65,10 @@ int32_t apply_ramp_gain_for_q33p31(int32_t is_stereo, int32_t start_gain, int32_
     }
     const uint32_t done = lanes::ramp_walk(is_stereo, start_gain, end_gain, ramp_table, count,
                                     [&](size_t first, int32x4_t ga, int32x4_t gb) {
-                                        uint8x16x4_t x = vld1q_u8_x4(lanes::at(src, first * 8));
+                                        uint8x16x4_t x = vld1q_u8_x4(at(src, first, 8));
                                         scale_q33p31_x4(x.val[0], x.val[1], ga);
                                         scale_q33p31_x4(x.val[2], x.val[3], gb);
-                                        vst1q_u8_x4(lanes::at(dst, first * 8), x);
+                                        vst1q_u8_x4(at(dst, first, 8), x);
                                     });
     const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
     return scalar::apply_ramp_gain_for_q33p31(is_stereo, start_gain, end_gain, src + skip, dst + skip,
@@ -84,10 +84,10 @@ int32_t apply_ramp_gain_for_float32(int32_t is_stereo, int32_t start_gain, int32
     }
     const uint32_t done = lanes::ramp_walk(is_stereo, start_gain, end_gain, ramp_table, count,
                                     [&](size_t first, int32x4_t ga, int32x4_t gb) {
-                                        uint8x16x2_t x = vld1q_u8_x2(lanes::at(src, first * 4));
+                                        uint8x16x2_t x = vld1q_u8_x2(at(src, first, 4));
                                         x.val[0] = scale_float32_x4(x.val[0], ga);
                                         x.val[1] = scale_float32_x4(x.val[1], gb);
-                                        vst1q_u8_x2(lanes::at(dst, first * 4), x);
+                                        vst1q_u8_x2(at(dst, first, 4), x);
                                     });
     const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
     return scalar::apply_ramp_gain_for_float32(is_stereo, start_gain, end_gain, src + skip, dst + skip,
@@ -102,10 +102,10 @@ int32_t apply_ramp_gain_for_q5p27(int32_t is_stereo, int32_t start_gain, int32_t
     }
     const uint32_t done = lanes::ramp_walk(is_stereo, start_gain, end_gain, ramp_table, count,
                                     [&](size_t first, int32x4_t ga, int32x4_t gb) {
-                                        uint8x16x2_t x = vld1q_u8_x2(lanes::at(src, first * 4));
+                                        uint8x16x2_t x = vld1q_u8_x2(at(src, first, 4));
                                         x.val[0] = scale_q5p27_x4(x.val[0], ga);
                                         x.val[1] = scale_q5p27_x4(x.val[1], gb);
-                                        vst1q_u8_x2(lanes::at(dst, first * 4), x);
+                                        vst1q_u8_x2(at(dst, first, 4), x);
                                     });
     const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
     return scalar::apply_ramp_gain_for_q5p27(is_stereo, start_gain, end_gain, src + skip, dst + skip,

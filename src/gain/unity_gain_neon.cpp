@@ -34,7 +34,7 @@ void apply_makeup_gain(int32_t* samples, uint32_t count, int32_t gain) {
     const uint32x4_t keep = vdupq_n_u32(~1u);
     const uint32_t whole = count & ~3u;
     for (uint32_t i = 0; i < whole; i += 4) {
-        uint8_t* p = lanes::at(samples, size_t(i) * 4);
+        uint8_t* p = at(samples, i, 4);
         const int32x4_t x = vreinterpretq_s32_u8(vld1q_u8(p));
         const int64x2_t p01 = vmull_s32(vget_low_s32(x), vget_low_s32(g));                       // x * g, exact
         const int64x2_t p23 = vmull_high_s32(x, g);

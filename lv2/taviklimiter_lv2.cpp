@@ -28,10 +28,7 @@
 // Bypass goes through Limiter_SetParameters: the library fades into bypass and
 // returns to limiting on the next whole block. The drive applies in both states.
 //
-// Gain reduction is measured, not estimated: a second, stereo Q33.31 instance
-// gets the largest magnitude of each frame on its left and a constant half of
-// full scale on its right. The gain depends only on that magnitude, so the right
-// channel leaves scaled exactly as the audio is, and its level is the gain.
+// Gain reduction is measured, not estimated, by a gain probe (gain_probe.h).
 //
 // run() allocates nothing, takes no locks and makes no system calls.
 
@@ -48,6 +45,7 @@
 #include <iterator>
 #include <new>
 
+#include "gain_probe.h"
 #include "taviklimiter.h"
 
 #define TVL_LV2_URI "http://taviklimiter.example/lv2/"
@@ -59,8 +57,7 @@ constexpr uint32_t kRing = 2 * kBlock;           // frames the output FIFO can h
 constexpr uint32_t kMaxPrefill = kBlock - 1;     // silent start for arbitrary block sizes
 constexpr float kMinDriveDb = -24.0f, kMaxDriveDb = 24.0f;
 constexpr float kMeterFloorDb = -60.0f;
-constexpr int32_t kPassFactor = 32768;           // probe factor of a frame passed unscaled
-constexpr int64_t kProbe = int64_t{1} << 30;     // half of full scale in Q33.31
+constexpr int32_t kPassFactor = gain_probe::kUnscaled;
 
 enum Port : uint32_t { kDrive = 0, kBypass = 1, kGainReduction = 2, kLatency = 3, kAudio = 4 };
 
@@ -143,8 +140,8 @@ uint32_t choose_prefill(const LV2_Feature* const* features) {
     return whole_blocks ? 0 : kMaxPrefill;
 }
 
-bool open_instance(LimiterHandle** handle, void* mem, uint32_t channels, uint32_t format) {
-    const LimiterConfig config{channels, 0, format, LMTR_STATE_LIMITING};
+bool open_instance(LimiterHandle** handle, void* mem, uint32_t channels) {
+    const LimiterConfig config{channels, 0, LMTR_PCM_FLOAT32, LMTR_STATE_LIMITING};
     return Limiter_Open(handle, mem, &config) == LMTR_OK;
 }
 
@@ -171,8 +168,8 @@ LV2_Handle instantiate(const LV2_Descriptor* descriptor, double, const char*,
     auto* p = new (std::nothrow) Plugin;
     if (!p) return nullptr;
     p->channels = std::strcmp(descriptor->URI, TVL_LV2_URI "stereo") == 0 ? 2 : 1;
-    if (!open_instance(&p->limiter, p->instance_mem, p->channels, LMTR_PCM_FLOAT32) ||
-        !open_instance(&p->probe, p->probe_mem, 2, LMTR_PCM_Q33P31)) {
+    if (!open_instance(&p->limiter, p->instance_mem, p->channels) ||
+        gain_probe::open(&p->probe, p->probe_mem) != LMTR_OK) {
         delete p;
         return nullptr;
     }
@@ -233,16 +230,7 @@ void read_controls(Plugin& p) {
 void process_block(Plugin& p) {
     const uint32_t samples = kBlock * p.channels;
     copy_float32_to_q33p31(p.in_block, p.wide, samples);
-    for (uint32_t f = 0; f < kBlock; ++f) {
-        int64_t m = 0;
-        for (uint32_t c = 0; c < p.channels; ++c) {
-            const int64_t v = p.wide[f * p.channels + c];
-            const int64_t a = v >= 0 ? v : (v == INT64_MIN ? INT64_MAX : -v);
-            m = std::max(m, a);
-        }
-        p.probe_in[2 * f] = m;
-        p.probe_in[2 * f + 1] = kProbe;
-    }
+    gain_probe::fill(p.wide, p.channels, kBlock, p.probe_in);
     uint32_t in_size = sizeof p.probe_in, out_size = sizeof p.probe_out;
     Limiter_Process(p.probe, p.scratch, p.probe_in, &in_size, p.probe_out, &out_size);
 
@@ -252,7 +240,7 @@ void process_block(Plugin& p) {
     uint32_t w = (p.ring_read + p.ring_count) % kRing;
     for (uint32_t f = 0; f < kBlock; ++f, w = (w + 1) % kRing) {
         for (uint32_t c = 0; c < p.channels; ++c) p.ring[w * 2 + c] = p.in_block[f * p.channels + c];
-        p.ring_gain[w] = p.probe_started ? p.probe_out[2 * f + 1] >> 15 : kPassFactor;
+        p.ring_gain[w] = p.probe_started ? gain_probe::factor(p.probe_out, f) : kPassFactor;
     }
     p.probe_started = true;
     p.ring_count += kBlock;

@@ -6,12 +6,12 @@
 #include <stdexcept>
 #include <string>
 
+#include "gain_probe.h"
 #include "sample_convert.h"
 
 namespace taviklimit {
 namespace {
 
-constexpr int64_t kProbeWord = int64_t{1} << 30;  // 0.5 in Q33.31
 constexpr size_t kBlock = LMTR_BLOCK_FRAMES;
 
 uint32_t pcm_code(LibFormat f) {
@@ -27,42 +27,30 @@ void check(int32_t rc, const char* call) {
     if (rc != LMTR_OK) throw std::runtime_error(std::string(call) + " failed (" + std::to_string(rc) + ")");
 }
 
-uint64_t magnitude(int64_t w) {
-    return w < 0 ? uint64_t{0} - static_cast<uint64_t>(w) : static_cast<uint64_t>(w);
-}
-
 std::unique_ptr<uint64_t[]> allocate(uint32_t bytes) {
     return std::make_unique<uint64_t[]>((bytes + 7) / 8);
 }
 
 }  // namespace
 
-LimiterStream::Instance LimiterStream::open_instance(uint32_t channels, uint32_t pcm_format) {
-    uint32_t instance_size = 0;
-    uint32_t scratch_size = 0;
-    check(Limiter_GetBufferSize(&instance_size, &scratch_size, pcm_format), "Limiter_GetBufferSize");
-    Instance inst;
-    inst.memory = allocate(instance_size);
-    const LimiterConfig config{channels, 0, pcm_format, LMTR_STATE_LIMITING};
-    check(Limiter_Open(&inst.handle, inst.memory.get(), &config), "Limiter_Open");
-    return inst;
-}
-
 LimiterStream::LimiterStream(LibFormat format, int channels)
     : format_(format), channels_(channels) {
-    audio_ = open_instance(static_cast<uint32_t>(channels), pcm_code(format));
-    probe_ = open_instance(2, LMTR_PCM_Q33P31);
     uint32_t instance_size = 0;
     uint32_t scratch_size = 0;
     check(Limiter_GetBufferSize(&instance_size, &scratch_size, pcm_code(format)),
           "Limiter_GetBufferSize");
-    scratch_ = allocate(scratch_size);  // one scratch serves both: calls never overlap
+    audio_memory_ = allocate(instance_size);
+    probe_memory_ = allocate(instance_size);  // LMTR_INSTANCE_SIZE in every format
+    scratch_ = allocate(scratch_size);        // one scratch serves both: calls never overlap
+    const LimiterConfig config{static_cast<uint32_t>(channels), 0, pcm_code(format), LMTR_STATE_LIMITING};
+    check(Limiter_Open(&audio_, audio_memory_.get(), &config), "Limiter_Open");
+    check(gain_probe::open(&probe_, probe_memory_.get()), "Limiter_Open");
 }
 
 void LimiterStream::set_bypass(bool on) {
     const LimiterParam param{on ? uint32_t{LMTR_CMD_SET_BYPASS} : uint32_t{LMTR_CMD_SET_LIMITING}, 0};
-    check(Limiter_SetParameters(audio_.handle, &param), "Limiter_SetParameters");
-    check(Limiter_SetParameters(probe_.handle, &param), "Limiter_SetParameters");
+    check(Limiter_SetParameters(audio_, &param), "Limiter_SetParameters");
+    check(Limiter_SetParameters(probe_, &param), "Limiter_SetParameters");
     bypass_ = on;
 }
 
@@ -94,16 +82,8 @@ void LimiterStream::append_input(const double* in, size_t frames) {
 
 void LimiterStream::append_probe(size_t first_frame, size_t frames) {
     in_probe_.resize((first_frame + frames) * 2);
-    int64_t* dst = in_probe_.data() + first_frame * 2;
-    for (size_t f = 0; f < frames; ++f) {
-        int64_t peak = widened_[f * channels_];
-        if (channels_ == 2) {
-            const int64_t right = widened_[f * 2 + 1];
-            if (magnitude(right) > magnitude(peak)) peak = right;
-        }
-        dst[2 * f] = peak;
-        dst[2 * f + 1] = kProbeWord;
-    }
+    gain_probe::fill(widened_.data(), static_cast<uint32_t>(channels_), frames,
+                     in_probe_.data() + first_frame * 2);
 }
 
 void LimiterStream::drop_consumed(size_t frames) {
@@ -151,7 +131,7 @@ size_t LimiterStream::process(const double* in, size_t frames, std::vector<doubl
     uint32_t out_bytes = static_cast<uint32_t>(samples * 4);
 
     const auto t0 = std::chrono::steady_clock::now();
-    check(Limiter_Process(audio_.handle, scratch_.get(), input, &in_bytes, output, &out_bytes),
+    check(Limiter_Process(audio_, scratch_.get(), input, &in_bytes, output, &out_bytes),
           "Limiter_Process");
     engine_seconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     ++calls_;
@@ -160,7 +140,7 @@ size_t LimiterStream::process(const double* in, size_t frames, std::vector<doubl
     out_probe_.resize(pending_frames_ * 2);
     uint32_t probe_in = static_cast<uint32_t>(pending_frames_ * 2 * sizeof(int64_t));
     uint32_t probe_out = static_cast<uint32_t>(pending_frames_ * 2 * sizeof(int32_t));
-    check(Limiter_Process(probe_.handle, scratch_.get(), in_probe_.data(), &probe_in,
+    check(Limiter_Process(probe_, scratch_.get(), in_probe_.data(), &probe_in,
                           out_probe_.data(), &probe_out),
           "Limiter_Process");
     if (probe_out / (2 * sizeof(int32_t)) != done || done % kBlock != 0) {
@@ -176,7 +156,7 @@ size_t LimiterStream::process(const double* in, size_t frames, std::vector<doubl
         case LibFormat::Q33p31: from_q1p31(out_words_.data(), out.data() + at, n); break;
     }
     for (size_t f = 0; f < done; ++f) {
-        gains.push_back(std::min<int32_t>(out_probe_[2 * f + 1] >> 15, LMTR_UNITY_GAIN));
+        gains.push_back(std::min<int32_t>(gain_probe::factor(out_probe_.data(), f), LMTR_UNITY_GAIN));
     }
     drop_consumed(done);
     return done;

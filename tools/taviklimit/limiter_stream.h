@@ -6,13 +6,8 @@
 // library takes the whole 64-frame blocks and the rest waits for the next
 // call.
 //
-// The gain probe is a stereo Q33.31 instance switched and fed in step with
-// the first: its left channel carries, frame by frame, whichever of the
-// frame's samples the first instance sees as the larger (widened to Q33.31
-// by the library's own copy kernels), its right channel a constant 2^30
-// (half full scale), which never needs reduction. The block minimum, and so
-// the gain trajectory, is then the first instance's, and the right channel
-// comes out as exactly gain * 2^15.
+// The gain is read through a gain probe (tools/common/gain_probe.h) switched
+// and fed in step with the audio instance.
 #pragma once
 
 #include <taviklimiter.h>
@@ -50,11 +45,6 @@ public:
     double engine_seconds() const { return engine_seconds_; }
 
 private:
-    struct Instance {
-        std::unique_ptr<uint64_t[]> memory;
-        LimiterHandle* handle = nullptr;
-    };
-    static Instance open_instance(uint32_t channels, uint32_t pcm_format);
     void append_input(const double* in, size_t frames);
     void append_probe(size_t first_frame, size_t frames);
     void drop_consumed(size_t frames);
@@ -62,8 +52,10 @@ private:
     LibFormat format_;
     int channels_;
     bool bypass_ = false;
-    Instance audio_;
-    Instance probe_;
+    std::unique_ptr<uint64_t[]> audio_memory_;
+    std::unique_ptr<uint64_t[]> probe_memory_;
+    LimiterHandle* audio_ = nullptr;
+    LimiterHandle* probe_ = nullptr;
     std::unique_ptr<uint64_t[]> scratch_;
 
     // Pending input, in the library format in use (one of the three).

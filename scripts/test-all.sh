@@ -116,17 +116,17 @@ run_android_differential() {
 
 for config in "${CONFIGS[@]}"; do
     t0=$SECONDS
-    if [[ "$config" == lone ]]; then
-        current="lone:clone"
-        run_lone_clone
-        summary+=("$(printf '%-14s ok: a lone clone %4d s' lone $((SECONDS - t0)))")
-        current=""
-        continue
-    fi
-    if [[ "$config" == valgrind ]]; then
-        current="valgrind:memcheck"
-        run_valgrind
-        summary+=("$(printf '%-14s ok: memcheck %4d s' valgrind $((SECONDS - t0)))")
+    # The steps that are no CMake preset: a function each, and what they check.
+    case "$config" in
+        lone) step=(run_lone_clone clone "a lone clone") ;;
+        valgrind) step=(run_valgrind memcheck memcheck) ;;
+        *) step=() ;;
+    esac
+    if ((${#step[@]})); then
+        current="$config:${step[1]}"
+        "${step[0]}"
+        summary+=("$(printf '%-14s ok: %s %4d s' "$config" "${step[2]}" $((SECONDS - t0)))")
+        echo "==== ${summary[-1]}"
         current=""
         continue
     fi

@@ -48,9 +48,6 @@ TVL_DECLARE_KERNEL(emit_float32_at_unity)
 TVL_DECLARE_KERNEL(emit_float32_fix_gain)
 TVL_DECLARE_KERNEL(emit_float32_targ_gain)
 TVL_DECLARE_KERNEL(emit_float32_step_gain)
-// The limiting path emits float32 blocks straight from the input (see
-// limiting_path.cpp): in double precision these beat the Q33.31 round trip.
-constexpr bool kEmitsFloat32FromInput = true;
 #endif
 
 }  // namespace tvl::x86

@@ -96,10 +96,4 @@
 
 namespace tvl::scalar {
 TVL_ALL_KERNELS(TVL_DECLARE_KERNEL)
-
-// Whether the limiting path takes a float32 block that needs no rest in the
-// delay line straight from the input through the emit_float32 kernels, rather
-// than through Q33.31 in the delay line: where an instruction set makes that
-// the faster way, its namespace says so.
-constexpr bool kEmitsFloat32FromInput = false;
 }  // namespace tvl::scalar

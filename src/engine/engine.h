@@ -6,6 +6,7 @@
 #include "common/instance.h"
 #include "common/kernels.h"
 #include "common/memory.h"
+#include "engine/gain_plan.h"
 #include "taviklimiter.h"
 
 namespace tvl {
@@ -41,25 +42,12 @@ private:
     int64_t threshold_;  // largest magnitude needing no reduction
 };
 
-// One limiting block step, given the new input block (format `format`, one
-// block) and the smallest gain its samples need. The held block leaves the
-// delay line as Q1.31 in `emitted` (samples_per_block words), with the gain
-// moving towards the smaller of block_min_gain and the held block's own
-// requirement; the new block, widened to Q33.31, then takes its place (unless
-// input is null: a block that the next step takes from the input instead).
-// Updates cur_gain and last_min_gain in rec. `emitted` must not overlap the
-// input block, which is read after the emission.
-// A block that leaves at exact unity goes instead straight to float32 at
-// unity_out when that is given (float32 output without an output gain);
-// returns whether it did.
-bool limiter_primary_q33p31_to_q1p31(LimiterHandle& rec, const unsigned char* input, uint32_t format,
-                                     int32_t block_min_gain, int32_t* emitted, float* unity_out);
-
-// The same step for a float32 held block that has not been put into the delay
-// line but still lies in the input at `held`: it leaves as float32 at `out`
-// (no output gain), by the same gains and to the same bytes. The delay line
-// is not touched. Updates cur_gain and last_min_gain in rec.
-void limiter_step_float32_from_input(LimiterHandle& rec, const float* held, int32_t block_min_gain, float* out);
+// The limiter proper: the held block leaves with its gain moving as planned,
+// from the delay line (Q33.31) as Q1.31, or from a float32 block still in the
+// input as float32 (the same bytes as widening, scaling and converting back).
+// `out` must not overlap `held`.
+void limiter_primary_q33p31_to_q1p31(const GainMove& move, uint32_t is_stereo, const int64_t* held, int32_t* out);
+void limiter_primary_float32_to_float32(const GainMove& move, uint32_t is_stereo, const float* held, float* out);
 
 // The limiting and bypass paths of limiter_all_format() on a local copy of
 // the record, which the caller writes back. frames is at least 64.

@@ -9,8 +9,9 @@
 // resampled), on two signals:
 //   quiet  scaled so that its peak is at -6 dBFS: no sample needs limiting
 //   hot    driven +12 dB, as scripts/main.sh drives it: most blocks are limited
-// in each format: float32; Q33.31 in (Q1.31 out) and Q5.27, both from the
-// float samples by round to nearest, clamped to the word.
+// in each format: float32; Q33.31 in (Q1.31 out) and Q5.27, the float
+// samples times 2^31 or 2^27 rounded to nearest, clamped (the music stays far
+// inside both words).
 //
 // Beside it, in the same process and in interleaved rounds (one pass of
 // memcpy, one of the library), memcpy streams the same input bytes into the

@@ -183,4 +183,14 @@ inline float float32_scaled_q15(float x, int64_t g) {
     return q1p31_to_float32(scale_q33p31_to_q1p31(float32_to_q33p31(x), g));
 }
 
+// ---- A Q5.27 sample through the limiter ---------------------------------------
+
+// The same for Q5.27: widened exactly, narrowed to Q1.31 by wrap (unity) or
+// scaled, then shifted back. At unity only the low 28 bits survive,
+// sign-extended; scaled, bits 11 to 42 of the exact product w * g, shifted.
+constexpr int32_t q5p27_at_unity(int32_t w) { return q33p31_to_q5p27(q5p27_to_q33p31(w)); }
+constexpr int32_t q5p27_scaled_q15(int32_t w, int64_t g) {
+    return q1p31_to_q5p27(scale_q33p31_to_q1p31(q5p27_to_q33p31(w), g));
+}
+
 }  // namespace tvl

@@ -55,6 +55,10 @@
 #define TVL_KERNEL_emit_float32_targ_gain int32_t emit_float32_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const float* src, float* dst, const int32_t* ramp_table, uint32_t count)
 #define TVL_KERNEL_emit_float32_step_gain int32_t emit_float32_step_gain(int32_t is_stereo, int32_t start_gain, int32_t step, const float* src, float* dst, uint32_t count)
 
+#define TVL_KERNEL_emit_q5p27_at_unity void emit_q5p27_at_unity(const int32_t* src, int32_t* dst, uint32_t count)
+#define TVL_KERNEL_emit_q5p27_fix_gain void emit_q5p27_fix_gain(int32_t gain, const int32_t* src, int32_t* dst, uint32_t count)
+#define TVL_KERNEL_emit_q5p27_targ_gain int32_t emit_q5p27_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int32_t* src, int32_t* dst, const int32_t* ramp_table, uint32_t count)
+#define TVL_KERNEL_emit_q5p27_step_gain int32_t emit_q5p27_step_gain(int32_t is_stereo, int32_t start_gain, int32_t step, const int32_t* src, int32_t* dst, uint32_t count)
 #define TVL_DECLARE_KERNEL(name) TVL_KERNEL_##name;
 
 // Every kernel, for variants that provide them all.
@@ -96,4 +100,5 @@
 
 namespace tvl::scalar {
 TVL_ALL_KERNELS(TVL_DECLARE_KERNEL)
+TVL_DECLARE_KERNEL(emit_q5p27_at_unity) TVL_DECLARE_KERNEL(emit_q5p27_fix_gain) TVL_DECLARE_KERNEL(emit_q5p27_targ_gain) TVL_DECLARE_KERNEL(emit_q5p27_step_gain)
 }  // namespace tvl::scalar

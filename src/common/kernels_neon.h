@@ -67,6 +67,12 @@ TVL_DECLARE_KERNEL(move_from_q33p31_to_q1p31)
 TVL_DECLARE_KERNEL(clip_from_q33p31_to_q1p31)
 TVL_DECLARE_KERNEL(narrow_q33p31_to_float32)
 
+// src/gain/q5p27_emission_neon.cpp
+TVL_DECLARE_KERNEL(emit_q5p27_at_unity)
+TVL_DECLARE_KERNEL(emit_q5p27_fix_gain)
+TVL_DECLARE_KERNEL(emit_q5p27_targ_gain)
+TVL_DECLARE_KERNEL(emit_q5p27_step_gain)
+
 #if defined(__ARM_NEON) && defined(__aarch64__)
 namespace lanes {
 
@@ -148,6 +154,22 @@ inline uint32_t walk_frames(int32_t is_stereo, uint32_t count, NextGains next_ga
         pass(size_t(f), ga, gb);
     }
     return whole;
+}
+
+// The release gains of frames 0-3, 4-7, ... in 32-bit lanes, for walk_frames:
+// start + (k + 1) * step, advanced by 4 * step modulo 2^32. Exact when the
+// last frame's gain fits in 32 bits: every gain then lies between the start
+// gain and it.
+inline auto release_gains(int32_t start_gain, int32_t step) {
+    static constexpr uint32_t kFirstFrames[4] = {1, 2, 3, 4};
+    const uint32x4_t step_u32x4 = vdupq_n_u32(uint32_t(step));
+    const uint32x4_t advance_u32x4 = vshlq_n_u32(step_u32x4, 2);  // 4 * step
+    uint32x4_t g_u32x4 = vmlaq_u32(vdupq_n_u32(uint32_t(start_gain)), vld1q_u32(kFirstFrames), step_u32x4);
+    return [=]() mutable {
+        const int32x4_t g = vreinterpretq_s32_u32(g_u32x4);
+        g_u32x4 = vaddq_u32(g_u32x4, advance_u32x4);
+        return g;
+    };
 }
 
 // walk_frames over the ramp gains of a table (the attack ramp and the fades):

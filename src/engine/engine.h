@@ -43,11 +43,12 @@ private:
 };
 
 // The limiter proper: the held block leaves with its gain moving as planned,
-// from the delay line (Q33.31) as Q1.31, or from a float32 block still in the
-// input as float32 (the same bytes as widening, scaling and converting back).
-// `out` must not overlap `held`.
+// from the delay line (Q33.31) as Q1.31, or from a float32 or Q5.27 block
+// still in the input in its own format (the same bytes as widening, scaling
+// and converting back). `out` must not overlap `held`.
 void limiter_primary_q33p31_to_q1p31(const GainMove& move, uint32_t is_stereo, const int64_t* held, int32_t* out);
 void limiter_primary_float32_to_float32(const GainMove& move, uint32_t is_stereo, const float* held, float* out);
+void limiter_primary_q5p27_to_q5p27(const GainMove& move, uint32_t is_stereo, const int32_t* held, int32_t* out);
 
 // The limiting and bypass paths of limiter_all_format() on a local copy of
 // the record, which the caller writes back. frames is at least 64.

@@ -4,6 +4,7 @@
 set(TAVIKLIMITER_SOURCES
     src/api/lifecycle.cpp
     src/api/process.cpp
+    src/api/kernel_exports.cpp
     src/engine/limiting_path.cpp
     src/engine/bypass_path.cpp
     src/engine/block_step.cpp

@@ -11,5 +11,5 @@
 #include "common/scalar_kernels.h"
 
 namespace tvl::check {
-TVL_ALL_KERNELS(TVL_DECLARE_KERNEL)
+TVL_KERNEL_LIST(TVL_DECLARE_LISTED_KERNEL)
 }  // namespace tvl::check

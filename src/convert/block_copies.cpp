@@ -2,8 +2,7 @@
 // into the limiter, Q1.31 results turned into float32 or Q5.27 on the way out.
 #include "common/memory.h"
 #include "common/sample_rules.h"
-#include "common/kernels.h"
-#include "taviklimiter.h"
+#include "common/scalar_kernels.h"
 
 namespace {
 
@@ -35,19 +34,3 @@ void copy_q1p31_to_q5p27(const int32_t* src, int32_t* dst, uint32_t count) {
 }
 
 }  // namespace tvl::scalar
-
-void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
-    tvl::active::copy_float32_to_q33p31(src, dst, count);
-}
-
-void copy_q1p31_to_float32(const int32_t* src, float* dst, uint32_t count) {
-    tvl::active::copy_q1p31_to_float32(src, dst, count);
-}
-
-void copy_q5p27_to_q33p31(const int32_t* src, int64_t* dst, uint32_t count) {
-    tvl::active::copy_q5p27_to_q33p31(src, dst, count);
-}
-
-void copy_q1p31_to_q5p27(const int32_t* src, int32_t* dst, uint32_t count) {
-    tvl::active::copy_q1p31_to_q5p27(src, dst, count);
-}

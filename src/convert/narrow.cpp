@@ -6,8 +6,7 @@
 // beyond its source (8 bytes at 8i), so dst may equal src or lie below it.
 #include "common/memory.h"
 #include "common/sample_rules.h"
-#include "common/kernels.h"
-#include "taviklimiter.h"
+#include "common/scalar_kernels.h"
 
 namespace tvl::scalar {
 
@@ -26,11 +25,3 @@ void narrow_q33p31_to_float32(const int64_t* src, float* dst, uint32_t count) {
 }
 
 }  // namespace tvl::scalar
-
-void move_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count) {
-    tvl::active::move_from_q33p31_to_q1p31(src, dst, count);
-}
-
-void clip_from_q33p31_to_q1p31(const int64_t* src, int32_t* dst, uint32_t count) {
-    tvl::active::clip_from_q33p31_to_q1p31(src, dst, count);
-}

@@ -9,8 +9,7 @@
 // work sample by sample in either direction; the walks below fix one order.
 #include "common/memory.h"
 #include "common/sample_rules.h"
-#include "common/kernels.h"
-#include "taviklimiter.h"
+#include "common/scalar_kernels.h"
 
 namespace {
 
@@ -55,27 +54,3 @@ void convert_from_float32_to_q5p27(void* samples, uint32_t count) {
 }
 
 }  // namespace tvl::scalar
-
-void convert_from_float32_to_q33p31(void* samples, uint32_t count) {
-    tvl::active::convert_from_float32_to_q33p31(samples, count);
-}
-
-void convert_from_q5p27_to_q33p31(void* samples, uint32_t count) {
-    tvl::active::convert_from_q5p27_to_q33p31(samples, count);
-}
-
-void convert_from_q33p31_to_float32(void* samples, uint32_t count) {
-    tvl::active::convert_from_q33p31_to_float32(samples, count);
-}
-
-void convert_from_q33p31_to_q5p27(void* samples, uint32_t count) {
-    tvl::active::convert_from_q33p31_to_q5p27(samples, count);
-}
-
-void convert_from_q5p27_to_float32(void* samples, uint32_t count) {
-    tvl::active::convert_from_q5p27_to_float32(samples, count);
-}
-
-void convert_from_float32_to_q5p27(void* samples, uint32_t count) {
-    tvl::active::convert_from_float32_to_q5p27(samples, count);
-}

@@ -3,8 +3,7 @@
 // finds that smallest gain without deriving every sample's.
 #include "common/memory.h"
 #include "common/sample_rules.h"
-#include "common/kernels.h"
-#include "taviklimiter.h"
+#include "common/scalar_kernels.h"
 
 namespace tvl::scalar {
 
@@ -50,11 +49,3 @@ uint64_t peak_float32(const float* src, uint32_t count) { return widened_peak<fl
 uint64_t peak_q5p27(const int32_t* src, uint32_t count) { return widened_peak<int32_t, q5p27_to_q33p31>(src, count); }
 
 }  // namespace tvl::scalar
-
-void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t ceiling, int32_t stride) {
-    tvl::active::derive_gain(src, gains, count, ceiling, stride);
-}
-
-int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_t count, int32_t stride) {
-    return tvl::active::calculate_block_min_gain(is_stereo, gains, count, stride);
-}

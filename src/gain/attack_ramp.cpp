@@ -3,7 +3,7 @@
 #include "common/frame_loops.h"
 #include "common/memory.h"
 #include "common/sample_rules.h"
-#include "common/kernels.h"
+#include "common/scalar_kernels.h"
 #include "taviklimiter.h"
 
 // Entry i is 512 * i: the Q15 share of the way covered at frame i. It stops at
@@ -28,8 +28,3 @@ int32_t apply_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain,
 }
 
 }  // namespace tvl::scalar
-
-int32_t apply_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int64_t* src, int32_t* dst,
-                        const int32_t* ramp_table, uint32_t count, int32_t stride) {
-    return tvl::active::apply_targ_gain(is_stereo, start_gain, end_gain, src, dst, ramp_table, count, stride);
-}

@@ -3,8 +3,7 @@
 #include "common/frame_loops.h"
 #include "common/memory.h"
 #include "common/sample_rules.h"
-#include "common/kernels.h"
-#include "taviklimiter.h"
+#include "common/scalar_kernels.h"
 
 namespace {
 
@@ -40,21 +39,3 @@ int32_t apply_ramp_gain_for_q5p27(int32_t is_stereo, int32_t start_gain, int32_t
 }
 
 }  // namespace tvl::scalar
-
-int32_t apply_ramp_gain_for_q33p31(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int64_t* src,
-                                   int64_t* dst, const int32_t* ramp_table, uint32_t count, int32_t stride) {
-    return tvl::active::apply_ramp_gain_for_q33p31(is_stereo, start_gain, end_gain, src, dst, ramp_table, count,
-                                                   stride);
-}
-
-int32_t apply_ramp_gain_for_float32(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const float* src,
-                                    float* dst, const int32_t* ramp_table, uint32_t count, int32_t stride) {
-    return tvl::active::apply_ramp_gain_for_float32(is_stereo, start_gain, end_gain, src, dst, ramp_table, count,
-                                                    stride);
-}
-
-int32_t apply_ramp_gain_for_q5p27(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int32_t* src,
-                                  int32_t* dst, const int32_t* ramp_table, uint32_t count, int32_t stride) {
-    return tvl::active::apply_ramp_gain_for_q5p27(is_stereo, start_gain, end_gain, src, dst, ramp_table, count,
-                                                  stride);
-}

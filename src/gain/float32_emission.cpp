@@ -7,9 +7,9 @@
 // path renders the blocks of a call that never need to rest in the delay
 // line through these (see engine/route.h).
 #include "common/frame_loops.h"
-#include "common/kernels.h"
 #include "common/memory.h"
 #include "common/sample_rules.h"
+#include "common/scalar_kernels.h"
 
 namespace tvl::scalar {
 

@@ -2,8 +2,7 @@
 // Exported for callers; the library itself limits by gain.
 #include "common/memory.h"
 #include "common/sample_rules.h"
-#include "common/kernels.h"
-#include "taviklimiter.h"
+#include "common/scalar_kernels.h"
 
 namespace tvl::scalar {
 
@@ -15,7 +14,3 @@ void clipping_limiter(const int64_t* src, int32_t* dst, uint32_t count, int32_t 
 }
 
 }  // namespace tvl::scalar
-
-void clipping_limiter(const int64_t* src, int32_t* dst, uint32_t count, int32_t stride) {
-    tvl::active::clipping_limiter(src, dst, count, stride);
-}

@@ -4,8 +4,7 @@
 #include "common/frame_loops.h"
 #include "common/memory.h"
 #include "common/sample_rules.h"
-#include "common/kernels.h"
-#include "taviklimiter.h"
+#include "common/scalar_kernels.h"
 
 namespace tvl::scalar {
 
@@ -19,8 +18,3 @@ int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain
 }
 
 }  // namespace tvl::scalar
-
-int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain, int32_t step, const int64_t* src,
-                                           int32_t* dst, uint32_t count, int32_t stride) {
-    return tvl::active::apply_step_gain_without_saturation(is_stereo, start_gain, step, src, dst, count, stride);
-}

@@ -2,8 +2,7 @@
 // at one constant Q15 gain, and the output gain on a Q1.31 block in place.
 #include "common/memory.h"
 #include "common/sample_rules.h"
-#include "common/kernels.h"
-#include "taviklimiter.h"
+#include "common/scalar_kernels.h"
 
 namespace tvl::scalar {
 
@@ -26,15 +25,3 @@ void apply_makeup_gain(int32_t* samples, uint32_t count, int32_t gain) {
 }
 
 }  // namespace tvl::scalar
-
-void no_limiter(const int64_t* src, int32_t* dst, uint32_t count, int32_t stride) {
-    tvl::active::no_limiter(src, dst, count, stride);
-}
-
-void apply_fix_gain(int32_t gain, const int64_t* src, int32_t* dst, int32_t count, int32_t stride) {
-    tvl::active::apply_fix_gain(gain, src, dst, count, stride);
-}
-
-void apply_makeup_gain(int32_t* samples, uint32_t count, int32_t gain) {
-    tvl::active::apply_makeup_gain(samples, count, gain);
-}

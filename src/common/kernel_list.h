@@ -210,9 +210,9 @@ TVL_KERNEL_LIST(TVL_KERNEL_SIGNATURE)
 // A kernel call's result as a word to compare: 0 for a kernel that returns
 // nothing.
 template <typename R>
-constexpr bool kReturnsNothing = false;
+inline constexpr bool kReturnsNothing = false;
 template <>
-constexpr bool kReturnsNothing<void> = true;
+inline constexpr bool kReturnsNothing<void> = true;
 
 template <typename Call>
 int64_t result_word(Call call) {

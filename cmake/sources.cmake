@@ -27,6 +27,7 @@ set(TAVIKLIMITER_SOURCES
     src/gain/attack_ramp_x86.cpp
     src/gain/hard_clipping_x86.cpp
     src/gain/float32_emission_x86.cpp
+    src/gain/q5p27_emission_x86.cpp
     src/convert/block_copies_x86.cpp
     src/convert/reencode_x86.cpp
     src/convert/narrow_x86.cpp

@@ -48,6 +48,10 @@ TVL_DECLARE_KERNEL(emit_float32_at_unity)
 TVL_DECLARE_KERNEL(emit_float32_fix_gain)
 TVL_DECLARE_KERNEL(emit_float32_targ_gain)
 TVL_DECLARE_KERNEL(emit_float32_step_gain)
+TVL_DECLARE_KERNEL(emit_q5p27_at_unity)
+TVL_DECLARE_KERNEL(emit_q5p27_fix_gain)
+TVL_DECLARE_KERNEL(emit_q5p27_targ_gain)
+TVL_DECLARE_KERNEL(emit_q5p27_step_gain)
 #endif
 
 }  // namespace tvl::x86

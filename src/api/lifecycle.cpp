@@ -24,9 +24,9 @@ void reset_record(LimiterHandle& rec) {
 
 }  // namespace
 
-int32_t limiter_check_pcm_format(uint32_t format) { return format <= LMTR_PCM_Q5P27 ? 0 : -1; }
+int32_t limiter_check_pcm_format(uint32_t format) { return tvl::valid_pcm_format(format) ? 0 : -1; }
 
-int32_t limiter_check_state(uint32_t state) { return state <= LMTR_STATE_BYPASS ? 0 : -1; }
+int32_t limiter_check_state(uint32_t state) { return tvl::valid_state(state) ? 0 : -1; }
 
 int32_t Limiter_GetBufferSize(uint32_t* instance_size, uint32_t* scratch_size, uint32_t pcm_format) {
     if (limiter_check_pcm_format(pcm_format) != 0) return LMTR_ERR_PCM_FORMAT;
@@ -40,7 +40,7 @@ int32_t Limiter_Open(LimiterHandle** handle_out, void* instance_mem, const Limit
     LimiterConfig cfg;
     tvl::copy_bytes(&cfg, config, sizeof cfg);
     if (limiter_check_pcm_format(cfg.pcm_format) != 0) return LMTR_ERR_PCM_FORMAT;
-    if (cfg.state > LMTR_STATE_BYPASS) return LMTR_ERR_STATE;
+    if (!tvl::valid_state(cfg.state)) return LMTR_ERR_STATE;
 
     auto* memory = static_cast<unsigned char*>(instance_mem);
     tvl::zero_bytes(memory, tvl::kInstanceSize);

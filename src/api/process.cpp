@@ -1,5 +1,6 @@
 // Limiter_Process: argument checks and the accounting of whole 64-frame blocks.
 #include "common/instance.h"
+#include "engine/engine.h"
 #include "taviklimiter.h"
 
 int32_t Limiter_Process(LimiterHandle* handle, void* scratch, const void* input, uint32_t* in_size, void* output,
@@ -12,11 +13,11 @@ int32_t Limiter_Process(LimiterHandle* handle, void* scratch, const void* input,
     *out_size = 0;
     if (!scratch || !handle || !input || !output) return LMTR_ERR_NULL_POINTER;
 
-    const LimiterHandle rec = tvl::read_record(handle);
-    if (limiter_check_pcm_format(rec.pcm_format) != 0 || limiter_check_pcm_format(rec.prev_pcm_format) != 0) {
+    LimiterHandle rec = tvl::read_record(handle);
+    if (!tvl::valid_pcm_format(rec.pcm_format) || !tvl::valid_pcm_format(rec.prev_pcm_format)) {
         return LMTR_ERR_PCM_FORMAT;
     }
-    if (limiter_check_state(rec.state) != 0 || limiter_check_state(rec.prev_state) != 0) return LMTR_ERR_STATE;
+    if (!tvl::valid_state(rec.state) || !tvl::valid_state(rec.prev_state)) return LMTR_ERR_STATE;
 
     // log2 of the bytes per frame: output 4 (mono) or 8 (stereo); Q33.31
     // input twice that. A shift by 6 more counts 64-frame blocks.
@@ -32,5 +33,7 @@ int32_t Limiter_Process(LimiterHandle* handle, void* scratch, const void* input,
     auto* bytes = static_cast<unsigned char*>(scratch);
     auto* scratch_block = reinterpret_cast<int64_t*>(bytes);
     auto* out_block = reinterpret_cast<int32_t*>(bytes + tvl::kOutBlockOffset);
-    return limiter_all_format(handle, input, output, scratch_block, out_block, frames);
+    const int32_t result = tvl::run_paths(rec, input, output, scratch_block, out_block, frames);
+    tvl::write_record(handle, rec);
+    return result;
 }

@@ -58,6 +58,10 @@ inline LimiterHandle read_record(const void* handle) {
 
 inline void write_record(void* handle, const LimiterHandle& r) { copy_bytes(handle, &r, sizeof r); }
 
+// The codes a record may hold: formats 0 to 2, states 0 and 1.
+constexpr bool valid_pcm_format(uint32_t format) { return format <= LMTR_PCM_Q5P27; }
+constexpr bool valid_state(uint32_t state) { return state <= LMTR_STATE_BYPASS; }
+
 // Samples in one 64-frame block: 128 stereo, 64 mono.
 constexpr uint32_t samples_per_block(uint32_t is_stereo) { return is_stereo ? 128u : 64u; }
 

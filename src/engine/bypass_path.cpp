@@ -111,7 +111,7 @@ int32_t run_bypass_path(LimiterHandle& rec, const unsigned char* input, unsigned
             remaining -= kBlockFrames;
         }
     }
-    if (rec.prev_pcm_format > LMTR_PCM_Q5P27 || rec.pcm_format > LMTR_PCM_Q5P27) return LMTR_ERR_PCM_FORMAT;
+    if (!valid_pcm_format(rec.prev_pcm_format) || !valid_pcm_format(rec.pcm_format)) return LMTR_ERR_PCM_FORMAT;
 
     // A format change while in bypass: the held block leaves in the new format.
     reencode_delay_line(rec.delay_line, rec.prev_pcm_format, rec.pcm_format, samples);

@@ -31,7 +31,12 @@ inline void widen_block(uint32_t format, const unsigned char* input, int64_t* ds
 // and out_block serve only a negative ceiling (see required_gain.cpp).
 class RequiredGain {
 public:
-    explicit RequiredGain(const LimiterHandle& rec);
+    explicit RequiredGain(const LimiterHandle& rec)
+        : format_(rec.pcm_format),
+          is_stereo_(rec.is_stereo),
+          ceiling_(rec.ceiling),
+          c_(ceiling_q15(rec.ceiling)),
+          threshold_(gain_threshold(ceiling_q15(rec.ceiling))) {}
     int32_t of_block(const unsigned char* input, int64_t* scratch_block, int32_t* out_block) const;
 
 private:
@@ -56,6 +61,15 @@ int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsign
                           int64_t* scratch_block, int32_t* out_block, uint32_t frames);
 int32_t run_bypass_path(LimiterHandle& rec, const unsigned char* input, unsigned char* output,
                         int64_t* scratch_block, uint32_t frames);
+
+// The path the record's state asks for (0 or 1, checked by the caller).
+inline int32_t run_paths(LimiterHandle& rec, const void* input, void* output, int64_t* scratch_block,
+                         int32_t* out_block, uint32_t frames) {
+    const auto* in = static_cast<const unsigned char*>(input);
+    auto* out = static_cast<unsigned char*>(output);
+    return rec.state == LMTR_STATE_LIMITING ? run_limiting_path(rec, in, out, scratch_block, out_block, frames)
+                                            : run_bypass_path(rec, in, out, scratch_block, frames);
+}
 
 // Re-encodes the samples_per_block samples held in the delay line from format
 // `held` to format `wanted` in place; nothing when they are equal.

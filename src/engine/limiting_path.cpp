@@ -14,7 +14,7 @@ int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsign
                           int64_t* scratch_block, int32_t* out_block, uint32_t frames) {
     // The format test is made once per call. A code above 2 only reaches here
     // through a direct call with a damaged record: nothing is touched.
-    if (rec.pcm_format > LMTR_PCM_Q5P27) return LMTR_ERR_PCM_FORMAT;
+    if (!valid_pcm_format(rec.pcm_format)) return LMTR_ERR_PCM_FORMAT;
     if (rec.prev_state == LMTR_STATE_BYPASS) {
         // Back from bypass: the held block, kept in the input's format, enters
         // the limiter as Q33.31 without a fade; the gains are at unity since
@@ -56,14 +56,10 @@ int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsign
 int32_t limiter_all_format(LimiterHandle* handle, const void* input, void* output, int64_t* scratch_block,
                            int32_t* out_block, uint32_t frames) {
     LimiterHandle rec = tvl::read_record(handle);
-    if (rec.state > LMTR_STATE_BYPASS) return LMTR_ERR_STATE;
+    if (!tvl::valid_state(rec.state)) return LMTR_ERR_STATE;
     if (frames < tvl::kBlockFrames) return LMTR_OK;  // no whole block: nothing to do
 
-    const auto* in = static_cast<const unsigned char*>(input);
-    auto* out = static_cast<unsigned char*>(output);
-    const int32_t result = rec.state == LMTR_STATE_LIMITING
-                               ? tvl::run_limiting_path(rec, in, out, scratch_block, out_block, frames)
-                               : tvl::run_bypass_path(rec, in, out, scratch_block, frames);
+    const int32_t result = tvl::run_paths(rec, input, output, scratch_block, out_block, frames);
     tvl::write_record(handle, rec);
     return result;
 }

@@ -16,13 +16,6 @@
 
 namespace tvl {
 
-RequiredGain::RequiredGain(const LimiterHandle& rec)
-    : format_(rec.pcm_format),
-      is_stereo_(rec.is_stereo),
-      ceiling_(rec.ceiling),
-      c_(ceiling_q15(rec.ceiling)),
-      threshold_(gain_threshold(ceiling_q15(rec.ceiling))) {}
-
 int32_t RequiredGain::of_block(const unsigned char* input, int64_t* scratch_block, int32_t* out_block) const {
     const uint32_t samples = samples_per_block(is_stereo_);
     if (c_ < 0) {

@@ -14,6 +14,16 @@ SIGNALS = ["silence", "quiet", "hot", "worst"]
 CACHES = ["evicted", "left"]
 
 
+def table(keys, groups, columns, rows, cell):
+    """One row per key of rows (a dict of dicts: key -> group -> result), one
+    column group per group, each cell cell(result) or "-" where none."""
+    print("| " + " | ".join(keys) + " | " + " | ".join(f"{g}: {columns}" for g in groups) + " |")
+    print("|" + "---|" * (len(keys) + len(groups)))
+    for key, by_group in rows.items():
+        cells = ["-" if by_group.get(g) is None else cell(by_group[g]) for g in groups]
+        print("| " + " | ".join(str(k) for k in key) + " | " + " | ".join(cells) + " |")
+
+
 def streaming_table(runs):
     skipped = {r["error_message"] for r in runs if r.get("error_occurred")}
     for message in sorted(skipped):
@@ -23,18 +33,9 @@ def streaming_table(runs):
         if not r.get("error_occurred"):
             fmt, _, period, signal, caches = r["label"].split()
             rows.setdefault((int(period), fmt, signal), {})[caches] = r
-    if not rows:
-        return
-    print("| period | format | signal | " + " | ".join(
-        f"{c}: ns/sample, x memcpy, memcpy GB/s" for c in CACHES) + " |")
-    print("|---|---|---|" + "---|" * len(CACHES))
-    for (period, fmt, signal), by_caches in rows.items():
-        cells = []
-        for c in CACHES:
-            r = by_caches.get(c)
-            cells.append("-" if r is None else
-                         f"{r['ns_per_sample']:.3f}, **{r['x_memcpy']:.2f}x**, {r['memcpy_GBps']:.1f}")
-        print(f"| {period} | {fmt} | {signal} | " + " | ".join(cells) + " |")
+    if rows:
+        table(["period", "format", "signal"], CACHES, "ns/sample, x memcpy, memcpy GB/s", rows,
+              lambda r: f"{r['ns_per_sample']:.3f}, **{r['x_memcpy']:.2f}x**, {r['memcpy_GBps']:.1f}")
 
 
 def main():
@@ -46,17 +47,9 @@ def main():
     for r in runs:
         fmt, ch, period, signal = r["label"].split()
         rows.setdefault((fmt, ch, int(period)), {})[signal] = r
-    print("| format | channels | period | " + " | ".join(
-        f"{s}: ns/sample, x memcpy, scalar x memcpy, call us p99.9 / max" for s in SIGNALS) + " |")
-    print("|---|---|---|" + "---|" * len(SIGNALS))
-    for (fmt, ch, period), by_signal in rows.items():
-        cells = []
-        for s in SIGNALS:
-            r = by_signal.get(s)
-            cells.append("-" if r is None else
-                         f"{r['ns_per_sample']:.3f}, **{r['x_memcpy']:.1f}x**, {r['scalar_x_memcpy']:.1f}x, "
-                         f"{r['p999_call_us']:.1f} / {r['max_call_us']:.0f}")
-        print(f"| {fmt} | {ch} | {period} | " + " | ".join(cells) + " |")
+    table(["format", "channels", "period"], SIGNALS, "ns/sample, x memcpy, scalar x memcpy, call us p99.9 / max", rows,
+          lambda r: f"{r['ns_per_sample']:.3f}, **{r['x_memcpy']:.1f}x**, {r['scalar_x_memcpy']:.1f}x, "
+                    f"{r['p999_call_us']:.1f} / {r['max_call_us']:.0f}")
 
 
 if __name__ == "__main__":

@@ -76,6 +76,24 @@ TVL_DECLARE_KERNEL(emit_q5p27_step_gain)
 #if defined(__ARM_NEON) && defined(__aarch64__)
 namespace lanes {
 
+// ---- float32 -> Q33.31 -------------------------------------------------------
+
+// float32_to_q33p31() of two floats given in double (exact): trunc(x * 2^31 +
+// 0.5), the 64-bit bounds beyond the range, NaN 0.
+//
+// The scalar rule rounds x * 2^31 + 0.5 in double; here x + 2^-32 is rounded
+// in double and the conversion scales by 2^31 exactly (fixed-point FCVTZS).
+// Both sums are the same real number up to the factor 2^31, and rounding
+// commutes with a power-of-two scaling unless a result leaves the normal
+// range: every non-zero x + 2^-32 is at least 2^-56 in magnitude and every
+// (x + 2^-32) * 2^31 below 2^160, far inside the double range, so both roundings
+// give the same value times 2^31, in every rounding mode. FCVTZS truncates
+// toward zero, saturates at the 64-bit bounds (infinities included) and
+// gives 0 for NaN: truncate_to_int64() exactly.
+inline int64x2_t widen_float32(float64x2_t x) {
+    return vcvtq_n_s64_f64(vaddq_f64(x, vdupq_n_f64(0x1p-32)), 31);  // trunc((x + 2^-32) * 2^31)
+}
+
 // ---- Q15 scaling rule on four Q33.31 samples ----------------------------------
 
 // Splits four Q33.31 samples (two registers of two 64-bit lanes, in order)

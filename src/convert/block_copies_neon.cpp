@@ -9,24 +9,11 @@ namespace tvl::neon {
 
 namespace {
 
-// float32 -> Q33.31 of four floats: trunc(x * 2^31 + 0.5), the 64-bit bounds
-// beyond the range, NaN 0.
-//
-// The scalar rule rounds x * 2^31 + 0.5 in double; here x + 2^-32 is rounded
-// in double and the conversion scales by 2^31 exactly (fixed-point FCVTZS).
-// Both sums are the same real number up to the factor 2^31, and rounding
-// commutes with a power-of-two scaling unless a result leaves the normal
-// range: every non-zero x + 2^-32 is at least 2^-56 in magnitude and every
-// (x + 2^-32) * 2^31 below 2^160, far inside the double range, so both roundings
-// give the same value times 2^31, in every rounding mode. FCVTZS truncates
-// toward zero, saturates at the 64-bit bounds (infinities included) and
-// gives 0 for NaN: truncate_to_int64() exactly.
-inline void widen_float32_x4(uint8x16_t in, uint8x16_t& lo, uint8x16_t& hi, float64x2_t half_lsb) {
+// float32 -> Q33.31 of four floats by lanes::widen_float32(): (double)x is exact.
+inline void widen_float32_x4(uint8x16_t in, uint8x16_t& lo, uint8x16_t& hi) {
     const float32x4_t f = vreinterpretq_f32_u8(in);
-    const float64x2_t d01 = vcvt_f64_f32(vget_low_f32(f));  // (double)x, exact
-    const float64x2_t d23 = vcvt_high_f64_f32(f);
-    lo = vreinterpretq_u8_s64(vcvtq_n_s64_f64(vaddq_f64(d01, half_lsb), 31));  // trunc((x + 2^-32) * 2^31)
-    hi = vreinterpretq_u8_s64(vcvtq_n_s64_f64(vaddq_f64(d23, half_lsb), 31));
+    lo = vreinterpretq_u8_s64(lanes::widen_float32(vcvt_f64_f32(vget_low_f32(f))));
+    hi = vreinterpretq_u8_s64(lanes::widen_float32(vcvt_high_f64_f32(f)));
 }
 
 // Q5.27 -> Q33.31 of four words: sign-extended, shifted left by 4.
@@ -94,11 +81,7 @@ void copy_float32_to_q33p31(const float* src, int64_t* dst, uint32_t count) {
         scalar::copy_float32_to_q33p31(src, dst, count);
         return;
     }
-    const float64x2_t half_lsb = vdupq_n_f64(0x1p-32);  // 0.5 / 2^31
-    const auto widen = [half_lsb](uint8x16_t in, uint8x16_t& lo, uint8x16_t& hi) {
-        widen_float32_x4(in, lo, hi, half_lsb);
-    };
-    const uint32_t whole = widen_sixteen_at_a_time(src, dst, count, widen);
+    const uint32_t whole = widen_sixteen_at_a_time(src, dst, count, widen_float32_x4);
     scalar::copy_float32_to_q33p31(src + whole, dst + whole, count - whole);
 }
 

@@ -19,7 +19,7 @@ inline uint8x16_t q5p27_to_float32_x4(uint8x16_t in) {
 
 // trunc(x * 2^27 + 0.5) of four floats, computed in double as (x + 2^-28)
 // rounded, then scaled by 2^27 inside the conversion (the reasoning of
-// widen_float32_x4 in block_copies_neon.cpp: the two roundings agree), which
+// lanes::widen_float32 in kernels_neon.h: the two roundings agree), which
 // saturates to 64 bits; SQXTN then clamps to 32 bits. Truncating first and
 // clamping after gives what truncate_to_int32() gives: every v >= 2^31
 // truncates to 2^31 or more, every v <= -2^31 - 1 to -2^31 - 1 or less, and

@@ -85,6 +85,13 @@ inline uint32_t peak_of_sixteen(const uint8_t* in) {
     return vmaxvq_u32(vmaxq_u32(m0, m1));
 }
 
+// The larger of the vector loop's peak and that of the samples it left, out
+// of line: a whole block returns without setting up a call.
+__attribute__((noinline)) uint64_t with_rest(uint64_t vector_peak, const float* rest, uint32_t count) {
+    const uint64_t rest_peak = scalar::peak_float32(rest, count);
+    return rest_peak > vector_peak ? rest_peak : vector_peak;
+}
+
 }  // namespace
 
 void derive_gain(const int64_t* src, int32_t* gains, uint32_t count, int32_t ceiling, int32_t stride) {
@@ -159,9 +166,13 @@ uint64_t peak_float32(const float* src, uint32_t count) {
     }
     const float hi = vmaxvq_f32(vmaxq_f32(hi0, hi1)), lo = vminvq_f32(vminq_f32(lo0, lo1));
     if (hi != hi || lo != lo) return scalar::peak_float32(src, count);
-    const uint64_t top = magnitude(float32_to_q33p31(hi)), bottom = magnitude(float32_to_q33p31(lo));
-    const uint64_t rest = scalar::peak_float32(src + whole, count - whole), vector_peak = top > bottom ? top : bottom;
-    return rest > vector_peak ? rest : vector_peak;
+    // The two extremes widened together (lanes::widen_float32), then their
+    // magnitudes: vabsq_s64 leaves -2^63 as 2^63 read unsigned.
+    const float64x2_t extremes = vcvt_f64_f32(vset_lane_f32(lo, vdup_n_f32(hi), 1));  // exact
+    const uint64x2_t m = vreinterpretq_u64_s64(vabsq_s64(lanes::widen_float32(extremes)));
+    const uint64_t top = vgetq_lane_u64(m, 0), bottom = vgetq_lane_u64(m, 1);
+    const uint64_t vector_peak = top > bottom ? top : bottom;
+    return whole == count ? vector_peak : with_rest(vector_peak, src + whole, count - whole);
 }
 
 uint64_t peak_q5p27(const int32_t* src, uint32_t count) {

@@ -39,6 +39,7 @@ set(TAVIKLIMITER_SOURCES
     src/gain/release_step_neon.cpp
     src/gain/attack_ramp_neon.cpp
     src/gain/fade_ramps_neon.cpp
+    src/gain/float32_emission_neon.cpp
     src/gain/hard_clipping_neon.cpp
     src/convert/reencode_neon.cpp
     src/gain/q5p27_emission_neon.cpp

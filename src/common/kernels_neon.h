@@ -43,6 +43,15 @@ TVL_DECLARE_KERNEL(apply_step_gain_without_saturation)
 // src/gain/attack_ramp_neon.cpp
 TVL_DECLARE_KERNEL(apply_targ_gain)
 
+// src/gain/float32_emission_neon.cpp
+TVL_DECLARE_KERNEL(emit_float32_at_unity)
+TVL_DECLARE_KERNEL(emit_float32_fix_gain)
+TVL_DECLARE_KERNEL(emit_float32_targ_gain)
+TVL_DECLARE_KERNEL(emit_float32_step_gain)
+// The limiting path emits float32 blocks straight from the input (see
+// limiting_path.cpp): in 32-bit lanes these beat the Q33.31 round trip.
+constexpr bool kEmitsFloat32FromInput = true;
+
 // src/gain/fade_ramps_neon.cpp
 TVL_DECLARE_KERNEL(apply_ramp_gain_for_q33p31)
 TVL_DECLARE_KERNEL(apply_ramp_gain_for_float32)
@@ -159,17 +168,17 @@ template <typename NextGains, typename Pass>
 inline uint32_t walk_frames(int32_t is_stereo, uint32_t count, NextGains next_gains, Pass pass) {
     if (is_stereo) {
         const uint32_t whole = count & ~3u;
-        for (uint32_t f = 0; f < whole; f += 4) {
+        for (size_t f = 0; f < whole; f += 4) {
             const int32x4_t g = next_gains();
-            pass(size_t(f) * 2, vzip1q_s32(g, g), vzip2q_s32(g, g));  // g0 g0 g1 g1, g2 g2 g3 g3
+            pass(f * 2, vzip1q_s32(g, g), vzip2q_s32(g, g));  // g0 g0 g1 g1, g2 g2 g3 g3
         }
         return whole;
     }
     const uint32_t whole = count & ~7u;
-    for (uint32_t f = 0; f < whole; f += 8) {
+    for (size_t f = 0; f < whole; f += 8) {
         const int32x4_t ga = next_gains();
         const int32x4_t gb = next_gains();
-        pass(size_t(f), ga, gb);
+        pass(f, ga, gb);
     }
     return whole;
 }

@@ -1,8 +1,9 @@
 // Fades, NEON: the ramp gains of four frames at once in 32-bit lanes, eight
-// samples per pass (four stereo frames or eight mono samples). Every lane
-// reads its own sample and writes its result to the same place, so in place
-// (dst == src, the library's calls) runs the vector loop as well as two
-// separate buffers; any other overlap takes the scalar kernel.
+// samples per pass (four stereo frames or eight mono samples). Each pass reads
+// its eight samples before it writes them, at or below them, so apart, in
+// place (dst == src, the library's calls) and dst below src run the vector
+// loop (ascending_groups_safe); dst above src inside it takes the scalar
+// kernel.
 #if defined(__ARM_NEON) && defined(__aarch64__)
 
 #include "common/kernels.h"
@@ -13,12 +14,12 @@ namespace tvl::neon {
 
 namespace {
 
-// Whether the vector loop may run: consecutive samples, dst equal to src or
-// apart from it, and the table apart from dst.
+// Whether the vector loop may run: consecutive samples, passes in ascending
+// order safe for the placement of dst, and the table apart from dst.
 bool vector_fade(int32_t is_stereo, int32_t stride, const void* src, void* dst, size_t bytes, const int32_t* table,
                  uint32_t count) {
     if (!is_stereo && stride == 2) return false;
-    if (src != dst && overlaps(src, bytes, dst, bytes)) return false;
+    if (!ascending_groups_safe(src, bytes, dst, bytes)) return false;
     return !overlaps(table, size_t(count) * 4, dst, bytes);
 }
 

@@ -48,9 +48,6 @@ TVL_DECLARE_KERNEL(emit_float32_at_unity)
 TVL_DECLARE_KERNEL(emit_float32_fix_gain)
 TVL_DECLARE_KERNEL(emit_float32_targ_gain)
 TVL_DECLARE_KERNEL(emit_float32_step_gain)
-// The limiting path emits float32 blocks straight from the input (see
-// limiting_path.cpp): in 32-bit lanes these beat the Q33.31 round trip.
-constexpr bool kEmitsFloat32FromInput = true;
 
 // src/gain/fade_ramps_neon.cpp
 TVL_DECLARE_KERNEL(apply_ramp_gain_for_q33p31)

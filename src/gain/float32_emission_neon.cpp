@@ -211,20 +211,11 @@ int32_t emit_float32_step_gain(int32_t is_stereo, int32_t start_gain, int32_t st
     uint32_t done = 0;  // frames
     if (count > 0 && gain_fits(release_gain(start_gain, step, 0)) &&
         gain_fits(release_gain(start_gain, step, count - 1)) && !overlaps(src, bytes, dst, bytes)) {
-        static constexpr uint32_t kFirstFrames[4] = {1, 2, 3, 4};
-        const uint32x4_t step_u32x4 = vdupq_n_u32(uint32_t(step));
-        uint32x4_t g_u32x4 = vmlaq_u32(vdupq_n_u32(uint32_t(start_gain)), vld1q_u32(kFirstFrames), step_u32x4);
-        const uint32x4_t advance_u32x4 = vshlq_n_u32(step_u32x4, 2);  // 4 * step
-        const auto next_gains = [&] {
-            const int32x4_t g = vreinterpretq_s32_u32(g_u32x4);
-            g_u32x4 = vaddq_u32(g_u32x4, advance_u32x4);
-            return g;
-        };
         uint16x8_t tops = vdupq_n_u16(0);
         const auto pass = [&](size_t first, int32x4_t ga, int32x4_t gb) {
             tops = vmaxq_u16(tops, scaled_eight(src, dst, first, ga, gb));
         };
-        done = lanes::walk_frames(is_stereo, count, next_gains, pass);
+        done = lanes::walk_frames(is_stereo, count, lanes::release_gains(start_gain, step), pass);
         if (vmaxvq_u16(tops) >= kScaledLimit) done = 0;  // the whole call by the rule
     }
     const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);

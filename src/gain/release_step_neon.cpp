@@ -23,17 +23,8 @@ int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain
     if (last < INT32_MIN || last > INT32_MAX) {
         return scalar::apply_step_gain_without_saturation(is_stereo, start_gain, step, src, dst, count, stride);
     }
-    static constexpr uint32_t kFirstFrames[4] = {1, 2, 3, 4};
-    const uint32x4_t step_u32x4 = vdupq_n_u32(uint32_t(step));
-    uint32x4_t g_u32x4 = vmlaq_u32(vdupq_n_u32(uint32_t(start_gain)), vld1q_u32(kFirstFrames), step_u32x4);  // start + (k + 1) * step
-    const uint32x4_t advance_u32x4 = vshlq_n_u32(step_u32x4, 2);                                      // 4 * step
-    auto next_gains = [&] {
-        const int32x4_t g = vreinterpretq_s32_u32(g_u32x4);
-        g_u32x4 = vaddq_u32(g_u32x4, advance_u32x4);
-        return g;
-    };
     auto pass = [&](size_t first, int32x4_t ga, int32x4_t gb) { lanes::scale_eight(src, dst, first, ga, gb); };
-    const uint32_t done = lanes::walk_frames(is_stereo, count, next_gains, pass);
+    const uint32_t done = lanes::walk_frames(is_stereo, count, lanes::release_gains(start_gain, step), pass);
     const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
     // The gain reached after `done` frames, start + done * step, lies between
     // start_gain and the last gain, so it fits in 32 bits.

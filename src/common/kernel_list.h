@@ -70,15 +70,15 @@
       int32_t, (int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int64_t* src, int32_t* dst,                 \
                 const int32_t* ramp_table, uint32_t count, int32_t stride),                                                \
       (is_stereo, start_gain, end_gain, src, dst, ramp_table, count, stride))                                              \
-    X(apply_ramp_gain_for_q33p31,         exported, q33p31,  q33p31,  frames,           apart | in_place,         reads_ramp, \
+    X(apply_ramp_gain_for_q33p31,         exported, q33p31,  q33p31,  frames,           apart | in_place | below, reads_ramp, \
       int32_t, (int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int64_t* src, int64_t* dst,                 \
                 const int32_t* ramp_table, uint32_t count, int32_t stride),                                                \
       (is_stereo, start_gain, end_gain, src, dst, ramp_table, count, stride))                                              \
-    X(apply_ramp_gain_for_float32,        exported, float32, float32, frames,           apart | in_place,         reads_ramp, \
+    X(apply_ramp_gain_for_float32,        exported, float32, float32, frames,           apart | in_place | below, reads_ramp, \
       int32_t, (int32_t is_stereo, int32_t start_gain, int32_t end_gain, const float* src, float* dst,                     \
                 const int32_t* ramp_table, uint32_t count, int32_t stride),                                                \
       (is_stereo, start_gain, end_gain, src, dst, ramp_table, count, stride))                                              \
-    X(apply_ramp_gain_for_q5p27,          exported, word32,  word32,  frames,           apart | in_place,         reads_ramp, \
+    X(apply_ramp_gain_for_q5p27,          exported, word32,  word32,  frames,           apart | in_place | below, reads_ramp, \
       int32_t, (int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int32_t* src, int32_t* dst,                 \
                 const int32_t* ramp_table, uint32_t count, int32_t stride),                                                \
       (is_stereo, start_gain, end_gain, src, dst, ramp_table, count, stride))                                              \

@@ -1,24 +1,26 @@
-// Building blocks of the x86-64 kernels (SSE2, the x86-64 baseline; AVX2 where
-// the build enables it). Every helper computes, lane by lane, exactly what a
-// per-sample rule of common/sample_rules.h computes: the kernels combine them
-// and finish their remainders with the scalar reference.
+// Building blocks of the x86-64 kernels, one tier per instruction-set level,
+// chosen once at compile time by the build's -march (TAVIKLIMITER_X86_LEVEL):
+// AVX2 at levels 3 and 4, SSE2 at levels 1 and 2 (the x86-64 baseline).
+// Level 4 adds AVX-512 (F, BW, DQ and VL; TVL_X86_AVX512) only where it
+// measured faster than AVX2: the narrowing's low halves (narrow_x86.cpp). A
+// kernel runs its tier over whole vectors and hands the rest to the scalar
+// kernel of the same name. Every helper computes, lane by lane, exactly what
+// a per-sample rule of common/sample_rules.h computes.
 //
 // Memory: caller buffers may have any alignment, so every access is an
-// unaligned load or store through a byte address; no typed pointer to a
-// sample is ever dereferenced.
+// unaligned load or store through a byte address (at() of common/memory.h);
+// no typed pointer to a sample is ever dereferenced.
 #pragma once
 
 #if defined(__x86_64__)
 
-#include <emmintrin.h>
+#include <immintrin.h>
 #include <stddef.h>
 #include <stdint.h>
-#if defined(__AVX2__)
-#include <immintrin.h>
-#endif
 
-// Level 4 (x86-64-v4): AVX-512 F, BW, DQ and VL. Its conversions are written
-// in their zero-masking forms with every lane selected (the same results).
+#include "common/memory.h"
+#include "common/sample_rules.h"
+
 // gcc 12's AVX-512 headers pass an undefined vector through their masked
 // builtins, which -Wmaybe-uninitialized reports wrongly at every use, also of
 // 128- and 256-bit intrinsics: the warning is off in the x86 kernels there.
@@ -31,19 +33,13 @@
 #define TVL_X86_AVX512 0
 #endif
 
-#include "common/memory.h"
-#include "common/sample_rules.h"
-
-// For the group helpers that several loops share: each loop must get the
-// helper's body, not a call that passes vectors through memory.
+// For the helpers that a loop calls: the loop must get the helper's body, not
+// a call that passes vectors through memory.
 #define TVL_X86_INLINE inline __attribute__((always_inline))
 
 namespace tvl::x86 {
 
-using u8 = unsigned char;
-
-
-// ---- 128-bit ----------------------------------------------------------------
+using u8 = uint8_t;
 
 inline __m128i load128(const u8* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 inline void store128(u8* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
@@ -59,50 +55,11 @@ inline __m128i high_halves(__m128i a, __m128i b) {
     return _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), _MM_SHUFFLE(3, 1, 3, 1)));
 }
 
-// Signed 32-bit minimum (SSE2 has none).
-inline __m128i min_epi32(__m128i a, __m128i b) {
-    const __m128i a_greater = _mm_cmpgt_epi32(a, b);
-    return _mm_or_si128(_mm_and_si128(a_greater, b), _mm_andnot_si128(a_greater, a));
-}
-
-// Lanes of `yes` where mask is all ones, of `no` where it is zero.
-inline __m128i select(__m128i mask, __m128i yes, __m128i no) {
-    return _mm_or_si128(_mm_and_si128(mask, yes), _mm_andnot_si128(mask, no));
-}
-
-// Four int32 lanes sign-extended to int64: lanes 0, 1 in lo, lanes 2, 3 in hi.
-inline void widen_epi32(__m128i v, __m128i& lo, __m128i& hi) {
-    const __m128i sign = _mm_srai_epi32(v, 31);
-    lo = _mm_unpacklo_epi32(v, sign);
-    hi = _mm_unpackhi_epi32(v, sign);
-}
-
-// Bits 15 to 46 of the 64-bit product x * g (wrapping), in the low half of
-// each 64-bit lane: the Q15 scaling rule. g holds 64-bit gains. With
-// x = xh * 2^32 + xl and g = gh * 2^32 + gl, the product modulo 2^64 is
-// xl * gl + (xh * gl + xl * gh) * 2^32, and bits 15 to 46 of that are the
-// low 32 bits of (xl * gl) >> 15 plus (xh * gl + xl * gh) << 17.
-inline __m128i scale_q15_lanes(__m128i x, __m128i g) {
-    const __m128i low = _mm_srli_epi64(_mm_mul_epu32(x, g), 15);
-    const __m128i cross = _mm_add_epi64(_mm_mul_epu32(_mm_srli_epi64(x, 32), g),
-                                        _mm_mul_epu32(x, _mm_srli_epi64(g, 32)));
-    return _mm_add_epi64(low, _mm_slli_epi64(cross, 17));
-}
-
-// The same for a gain whose high half gh is 0 (gain_is_negative false) or
-// all ones (true): xl * gh is then 0 or -xl.
-inline __m128i scale_q15_lanes_by(__m128i x, __m128i g, bool gain_is_negative) {
-    const __m128i low = _mm_srli_epi64(_mm_mul_epu32(x, g), 15);
-    __m128i cross = _mm_mul_epu32(_mm_srli_epi64(x, 32), g);
-    if (gain_is_negative) cross = _mm_sub_epi64(cross, x);
-    return _mm_add_epi64(low, _mm_slli_epi64(cross, 17));
-}
-
-// ---- 256-bit ----------------------------------------------------------------
 #if defined(__AVX2__)
-
 inline __m256i load256(const u8* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
 inline void store256(u8* p, __m256i v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
+inline __m256 load256f(const u8* p) { return _mm256_loadu_ps(reinterpret_cast<const float*>(p)); }
+inline void store256f(u8* p, __m256 v) { _mm256_storeu_ps(reinterpret_cast<float*>(p), v); }
 
 // Low and high 32-bit halves of the eight 64-bit lanes of a, b, in order.
 inline __m256i low_halves(__m256i a, __m256i b) {
@@ -114,82 +71,222 @@ inline __m256i high_halves(__m256i a, __m256i b) {
     return _mm256_permute4x64_epi64(_mm256_castps_si256(s), _MM_SHUFFLE(3, 1, 2, 0));
 }
 
-inline __m256i scale_q15_lanes(__m256i x, __m256i g) {
-    const __m256i low = _mm256_srli_epi64(_mm256_mul_epu32(x, g), 15);
-    const __m256i cross = _mm256_add_epi64(_mm256_mul_epu32(_mm256_srli_epi64(x, 32), g),
-                                           _mm256_mul_epu32(x, _mm256_srli_epi64(g, 32)));
-    return _mm256_add_epi64(low, _mm256_slli_epi64(cross, 17));
+// The widening rule's double t = x * 2^31 + 0.5 of four floats: x * 2^31 is
+// exact, so the fused form rounds once, as the rule does.
+inline __m256d widening_double(__m128 x) {
+#if defined(__FMA__)
+    return _mm256_fmadd_pd(_mm256_cvtps_pd(x), _mm256_set1_pd(0x1p31), _mm256_set1_pd(0.5));
+#else
+    return _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(x), _mm256_set1_pd(0x1p31)), _mm256_set1_pd(0.5));
+#endif
+}
+#endif
+
+// Runs group(i) for i = 0, N, 2N, ... over the whole groups of N in count;
+// returns how many elements they hold, the rest being the caller's.
+template <uint32_t N, typename Group>
+TVL_X86_INLINE uint32_t whole_groups(uint32_t count, Group group) {
+    const uint32_t whole = count - count % N;
+    for (uint32_t i = 0; i < whole; i += N) group(size_t(i));
+    return whole;
 }
 
-// The Q15 rule for 32-bit gains (sign-extended to 64 bits, or zero-extended
-// where negative is false and no lane's gain reaches 2^32): gg holds each
-// lane's 32 gain bits in both halves, and the result lands in the HIGH half of
-// each 64-bit lane. Bits 15 to 46 of x * g are the high half of x' * g modulo
-// 2^64 with x' = x << 17, that is hi32(xl' * gl) + lo32(xh' * gl), less xl'
-// where g is negative (its high half all ones); one 32 x 32 -> 64 product and
-// one 32-bit product per lane.
-inline __m256i scale_q15_high(__m256i x, __m256i gg, bool negative) {
+// ---- Q15 scaling rule on eight Q33.31 samples, one tier per level -------------
+//
+// Gains4: the 32-bit gains of four consecutive samples, sign-extended to 64
+// bits by the Q15 rule, in the form the level's scale_eight() takes;
+// spread(g, lanes) forms it from four 32-bit lanes, spread_pairs(g, a, b)
+// from the gains of four stereo frames g0 g1 g2 g3 those of their eight
+// samples, g0 g0 g1 g1 in a and g2 g2 g3 g3 in b; add_lanes() adds the same
+// 32-bit amount to every gain. scale_eight(src, dst, first, ga, gb) scales
+// samples first .. first + 3 of src by ga and first + 4 .. first + 7 by gb,
+// to Q1.31 at dst.
+
+#if defined(__AVX2__)
+
+// Each gain in both halves of its sample's 64-bit lane.
+using Gains4 = __m256i;
+inline void spread(__m128i g, Gains4& lanes) {
+    lanes = _mm256_permutevar8x32_epi32(_mm256_castsi128_si256(g), _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3));
+}
+inline Gains4 add_lanes(Gains4 a, Gains4 b) { return _mm256_add_epi32(a, b); }
+inline void spread_pairs(__m128i g, Gains4& a, Gains4& b) {
+    a = _mm256_permutevar8x32_epi32(_mm256_castsi128_si256(g), _mm256_setr_epi32(0, 0, 0, 0, 1, 1, 1, 1));
+    b = _mm256_permutevar8x32_epi32(_mm256_castsi128_si256(g), _mm256_setr_epi32(2, 2, 2, 2, 3, 3, 3, 3));
+}
+
+// Bits 15 to 46 of x * g in the HIGH half of each 64-bit lane. They are bits
+// 32 to 63 of x' * g modulo 2^64 with x' = x << 17. Write x' = h * 2^32 + l
+// with l its low half read as signed and h its high half plus 1 where l < 0
+// (the high half of x' + 2^31): then x' * g = l * g + h * g * 2^32, l * g
+// exact in 64 bits (vpmuldq), and bits 32 to 63 are hi32(l * g) + lo32(h * g)
+// modulo 2^32 (vpmulld on the high halves).
+TVL_X86_INLINE __m256i scale_q15_high(__m256i x, __m256i gg) {
     const __m256i xs = _mm256_slli_epi64(x, 17);
-    const __m256i r = _mm256_add_epi32(_mm256_mul_epu32(xs, gg), _mm256_mullo_epi32(xs, gg));
-    if (!negative) return r;
-    return _mm256_sub_epi32(r, _mm256_and_si256(_mm256_slli_epi64(xs, 32), _mm256_srai_epi32(gg, 31)));
+    const __m256i h = _mm256_add_epi64(xs, _mm256_set1_epi64x(INT64_C(1) << 31));
+    return _mm256_add_epi32(_mm256_mul_epi32(xs, gg), _mm256_mullo_epi32(h, gg));
+}
+TVL_X86_INLINE void scale_eight(const int64_t* src, int32_t* dst, size_t first, Gains4 ga, Gains4 gb) {
+    const __m256i a = scale_q15_high(load256(at(src, first, 8)), ga);
+    const __m256i b = scale_q15_high(load256(at(src, first + 4, 8)), gb);
+    store256(at(dst, first, 4), high_halves(a, b));
 }
 
-#endif  // __AVX2__
+#else
 
-#if TVL_X86_AVX512
-// The Q15 rule for eight samples and eight 64-bit gains: vpmullq forms the
-// low 64 bits of each product, exactly the reference's wrapped product.
-inline __m256i scale_q15_lanes(__m512i x, __m512i g) {
-    return _mm512_maskz_cvtepi64_epi32(0xFF, _mm512_srli_epi64(_mm512_mullo_epi64(x, g), 15));
+using Gains4 = __m128i;
+inline void spread(__m128i g, Gains4& lanes) { lanes = g; }
+inline void spread_pairs(__m128i g, Gains4& a, Gains4& b) {
+    a = _mm_unpacklo_epi32(g, g);
+    b = _mm_unpackhi_epi32(g, g);
 }
+inline Gains4 add_lanes(Gains4 a, Gains4 b) { return _mm_add_epi32(a, b); }
+
+// Bits 15 to 46 of the 64-bit product x * g (wrapping), in the low half of
+// each 64-bit lane, for two samples and two 64-bit gains. With
+// x = xh * 2^32 + xl and g = gh * 2^32 + gl, the product modulo 2^64 is
+// xl * gl + (xh * gl + xl * gh) * 2^32, and bits 15 to 46 of that are the
+// low 32 bits of (xl * gl) >> 15 plus (xh * gl + xl * gh) << 17.
+inline __m128i scale_q15_lanes(__m128i x, __m128i g) {
+    const __m128i low = _mm_srli_epi64(_mm_mul_epu32(x, g), 15);
+    const __m128i cross = _mm_add_epi64(_mm_mul_epu32(_mm_srli_epi64(x, 32), g),
+                                        _mm_mul_epu32(x, _mm_srli_epi64(g, 32)));
+    return _mm_add_epi64(low, _mm_slli_epi64(cross, 17));
+}
+TVL_X86_INLINE void scale_four(const int64_t* src, int32_t* dst, size_t first, __m128i g) {
+    const __m128i sign = _mm_srai_epi32(g, 31);
+    const __m128i a = scale_q15_lanes(load128(at(src, first, 8)), _mm_unpacklo_epi32(g, sign));
+    const __m128i b = scale_q15_lanes(load128(at(src, first + 2, 8)), _mm_unpackhi_epi32(g, sign));
+    store128(at(dst, first, 4), low_halves(a, b));
+}
+TVL_X86_INLINE void scale_eight(const int64_t* src, int32_t* dst, size_t first, Gains4 ga, Gains4 gb) {
+    scale_four(src, dst, first, ga);
+    scale_four(src, dst, first + 4, gb);
+}
+
 #endif
 
-// ---- Narrowing runs (Q33.31 to Q1.31, consecutive samples) -------------------
+// ---- The frame walk -----------------------------------------------------------
 
-// Keeps the low half of every sample of src[0..count) in dst; returns how
-// many samples it did (a multiple of 4), the rest being the caller's.
-inline uint32_t narrow_run(const void* src, void* dst, uint32_t count) {
-    uint32_t i = 0;
-#if TVL_X86_AVX512
-    for (; i + 8 <= count; i += 8) {
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(at(dst, i, 4)),
-                            _mm512_maskz_cvtepi64_epi32(0xFF, _mm512_loadu_si512(at(src, i, 8))));
-    }
-#endif
 #if defined(__AVX2__)
-    for (; i + 8 <= count; i += 8) {
-        const __m256i lo = low_halves(load256(at(src, i, 8)), load256(at(src, i + 4, 8)));
-        store256(at(dst, i, 4), lo);
-    }
+// Gains for the float32 emission: four doubles, each a 32-bit gain times
+// 2^-15 (exact), in the forms above.
+inline void spread(__m128i g, __m256d& lanes) { lanes = _mm256_mul_pd(_mm256_cvtepi32_pd(g), _mm256_set1_pd(0x1p-15)); }
+inline void spread_pairs(__m128i g, __m256d& a, __m256d& b) {
+    __m256d d;
+    spread(g, d);
+    a = _mm256_permute4x64_pd(d, _MM_SHUFFLE(1, 1, 0, 0));
+    b = _mm256_permute4x64_pd(d, _MM_SHUFFLE(3, 3, 2, 2));
+}
+inline __m256d add_lanes(__m256d a, __m256d b) { return _mm256_add_pd(a, b); }
 #endif
-    for (; i + 4 <= count; i += 4) store128(at(dst, i, 4), low_halves(load128(at(src, i, 8)), load128(at(src, i + 2, 8))));
-    return i;
-}
 
-// Four samples saturated to [-2^31, 2^31 - 1]: a sample that fits in 32 bits
-// (high half = sign of low half) keeps its low half; any other is beyond the
-// range on the side of its sign and becomes the bound of that side.
-inline __m128i clip4(__m128i a, __m128i b) {
-    const __m128i lo = low_halves(a, b), hi = high_halves(a, b);
-    const __m128i fits = _mm_cmpeq_epi32(hi, _mm_srai_epi32(lo, 31));
-    const __m128i bound = _mm_xor_si128(_mm_set1_epi32(INT32_MAX), _mm_srai_epi32(hi, 31));
-    return select(fits, lo, bound);
-}
-
-inline uint32_t clip_run(const void* src, void* dst, uint32_t count) {
-    uint32_t i = 0;
+// The lanes that a walk's gains fill (a tag, not the vector type itself, which
+// as a template argument would lose its attributes): Gains4 for
+// scale_eight(), doubles for the float32 emission.
+struct ForScale {
+    using Lanes = Gains4;
+};
 #if defined(__AVX2__)
-    for (; i + 8 <= count; i += 8) {
-        const __m256i a = load256(at(src, i, 8)), b = load256(at(src, i + 4, 8));
-        const __m256i lo = low_halves(a, b), hi = high_halves(a, b);
-        const __m256i fits = _mm256_cmpeq_epi32(hi, _mm256_srai_epi32(lo, 31));
-        const __m256i bound = _mm256_xor_si256(_mm256_set1_epi32(INT32_MAX), _mm256_srai_epi32(hi, 31));
-        store256(at(dst, i, 4), _mm256_blendv_epi8(bound, lo, fits));
-    }
+struct ForEmission {
+    using Lanes = __m256d;
+};
 #endif
-    for (; i + 4 <= count; i += 4) store128(at(dst, i, 4), clip4(load128(at(src, i, 8)), load128(at(src, i + 2, 8))));
-    return i;
+
+// The frame walk of the kernels whose gain changes from frame to frame
+// (release step, attack ramp, the float32 step and ramp emission), in passes
+// of eight samples: four stereo frames or eight mono samples. gains(ga, gb)
+// gives the gains of the next pass's samples (RampGains, StepGains), called
+// for each pass in order; pass(sample, ga, gb) scales samples sample ..
+// sample + 3 by ga and sample + 4 .. sample + 7 by gb. Returns the frames
+// done: count rounded down to whole passes; the caller hands the rest to the
+// scalar kernel.
+template <typename Gains, typename Pass>
+TVL_X86_INLINE uint32_t walk_frames(int32_t is_stereo, uint32_t count, Gains gains, Pass pass) {
+    const uint32_t frames = is_stereo ? count & ~3u : count & ~7u;
+    const size_t samples = is_stereo ? size_t(frames) * 2 : size_t(frames);
+    for (size_t first = 0; first < samples; first += 8) {
+        typename Gains::Lanes ga, gb;
+        gains(ga, gb);
+        pass(first, ga, gb);
+    }
+    return frames;
+}
+
+// The attack ramp's gains: for frame i, start + ((table[i] * (end - start))
+// >> 15) in 32-bit lanes (ramp_gain()), four frames at a time.
+template <typename For>
+struct RampGains {
+    using Lanes = typename For::Lanes;
+    const int32_t* table;
+    __m128i start, diff;
+    bool stereo;
+    RampGains(int32_t is_stereo, const int32_t* ramp_table, int32_t start_gain, int32_t end_gain)
+        : table(ramp_table),
+          start(_mm_set1_epi32(start_gain)),
+          diff(_mm_set1_epi32(int32_t(uint32_t(end_gain) - uint32_t(start_gain)))),
+          stereo(is_stereo != 0) {}
+    TVL_X86_INLINE __m128i next4() {
+        const __m128i t = load128(at(table, 0, 4));
+        table += 4;
+#if defined(__SSE4_1__)
+        const __m128i product = _mm_mullo_epi32(t, diff);
+#else
+        const __m128i p02 = _mm_mul_epu32(t, diff), p13 = _mm_mul_epu32(_mm_srli_epi64(t, 32), diff);
+        const __m128i product = _mm_unpacklo_epi32(_mm_shuffle_epi32(p02, _MM_SHUFFLE(0, 0, 2, 0)),
+                                                   _mm_shuffle_epi32(p13, _MM_SHUFFLE(0, 0, 2, 0)));
+#endif
+        return _mm_add_epi32(start, _mm_srai_epi32(product, 15));
+    }
+    TVL_X86_INLINE void operator()(Lanes& ga, Lanes& gb) {
+        if (stereo) {
+            spread_pairs(next4(), ga, gb);
+        } else {
+            spread(next4(), ga);
+            spread(next4(), gb);
+        }
+    }
+};
+
+// The release step's gains: start + (k + 1) * step for frame k, each lane
+// advanced by a pass's frames times step. Exact where every gain of the call
+// fits in 32 bits (release_step_fits()): so do then the lanes and the advance
+// that a pass which runs takes (the frames of two passes span at most 2^32).
+template <typename For>
+struct StepGains {
+    using Lanes = typename For::Lanes;
+    Lanes a, b, advance;
+    StepGains(int32_t is_stereo, int32_t start_gain, int32_t step) {
+        const uint32_t s = uint32_t(step);
+        const __m128i k = _mm_set_epi32(int32_t(4 * s), int32_t(3 * s), int32_t(2 * s), step);  // (k + 1) * step
+        const __m128i g = _mm_add_epi32(_mm_set1_epi32(start_gain), k);
+        if (is_stereo) {
+            spread_pairs(g, a, b);
+        } else {
+            spread(g, a);
+            spread(_mm_add_epi32(g, _mm_set1_epi32(int32_t(4 * s))), b);
+        }
+        spread(_mm_set1_epi32(int32_t((is_stereo ? 4 : 8) * s)), advance);
+    }
+    TVL_X86_INLINE void operator()(Lanes& ga, Lanes& gb) {
+        ga = a;
+        gb = b;
+        a = add_lanes(a, advance);
+        b = add_lanes(b, advance);
+    }
+};
+
+// Whether the release gains of a call of count frames all fit in 32 bits: they
+// lie between the first and the last, so it is enough that the last does.
+// Then a walk in 32-bit lanes, and a scalar kernel started from the gain
+// reached (start + done * step, also between), give the reference's gains.
+inline bool release_step_fits(int32_t start_gain, int32_t step, uint32_t count) {
+    if (count == 0) return false;
+    const int64_t last = release_gain(start_gain, step, count - 1);
+    return last >= INT32_MIN && last <= INT32_MAX;
+}
+inline int32_t release_gain_reached(int32_t start_gain, int32_t step, uint32_t frames) {
+    return int32_t(uint32_t(start_gain) + frames * uint32_t(step));
 }
 
 }  // namespace tvl::x86

@@ -1,7 +1,7 @@
 // Delay line re-encoding on x86-64: the two same-width conversions four
-// samples at a time in place (each result depends on its own sample only, so
-// the order of the groups does not matter). The width changes keep their
-// one-at-a-time walks.
+// samples at a time in place, in SSE2 at every level (each result depends on
+// its own sample only, so any order of the groups will do). The width changes
+// keep their one-at-a-time walks.
 #if defined(__x86_64__)
 
 #include "common/kernels.h"
@@ -10,13 +10,11 @@
 namespace tvl::x86 {
 
 void convert_from_q5p27_to_float32(void* samples, uint32_t count) {
-    const __m128 scale = _mm_set1_ps(0x1p-27f);
-    uint32_t i = 0;
-    for (; i + 4 <= count; i += 4) {
+    const uint32_t done = whole_groups<4>(count, [&](size_t i) {
         u8* p = at(samples, i, 4);
-        store128f(p, _mm_mul_ps(_mm_cvtepi32_ps(load128(p)), scale));
-    }
-    scalar::convert_from_q5p27_to_float32(at(samples, i, 4), count - i);
+        store128f(p, _mm_mul_ps(_mm_cvtepi32_ps(load128(p)), _mm_set1_ps(0x1p-27f)));
+    });
+    scalar::convert_from_q5p27_to_float32(at(samples, done, 4), count - done);
 }
 
 void convert_from_float32_to_q5p27(void* samples, uint32_t count) {
@@ -31,14 +29,12 @@ void convert_from_float32_to_q5p27(void* samples, uint32_t count) {
         const __m128d capped = _mm_min_pd(cap, t);  // NaN t passes through
         return _mm_cvttpd_epi32(_mm_and_pd(capped, _mm_cmpord_pd(t, t)));
     };
-    // Groups from the top down, then the lowest count mod 4 one at a time.
-    uint32_t top = count;
-    for (; top >= 4; top -= 4) {
-        u8* p = at(samples, top - 4, 4);
+    const uint32_t done = whole_groups<4>(count, [&](size_t i) {
+        u8* p = at(samples, i, 4);
         const __m128 x = load128f(p);
         store128(p, _mm_unpacklo_epi64(convert2(x), convert2(_mm_movehl_ps(x, x))));
-    }
-    scalar::convert_from_float32_to_q5p27(samples, top);
+    });
+    scalar::convert_from_float32_to_q5p27(at(samples, done, 4), count - done);
 }
 
 }  // namespace tvl::x86

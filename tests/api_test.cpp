@@ -11,6 +11,7 @@
 
 #include "common/instance.h"
 #include "support/fenced_buffer.h"
+#include "support/gen.h"
 #include "taviklimiter.h"
 
 namespace {
@@ -209,6 +210,52 @@ TEST(Api, ProcessAccountsWholeBlocksOnly) {
         EXPECT_TRUE(in.check() && out.check() && mem.check() && scratch.check());
         if (r.out_used == 0) EXPECT_EQ(instance_before, bytes_of(mem));
         else EXPECT_EQ(1u, tvl::read_record(h).prev_state);
+    }
+}
+
+// An output gain in the record (no entry point sets one) scales every emitted
+// Q1.31 word by the output gain rule, buffers apart and in place; a gain of 0
+// silences float32 and Q5.27 output too.
+TEST(Api, AnOutputGainInTheRecordScalesEveryEmittedWord) {
+    tvl_test::Gen g(tvl_test::run_seed("output gain"));
+    for (uint32_t format : {0u, 1u, 2u}) {
+        const size_t in_bytes = format == 0 ? 8 : 4, samples = 3 * 448 * 2;
+        std::vector<unsigned char> input(samples * in_bytes);
+        for (size_t i = 0; i < samples; ++i) {
+            if (format == 0) tvl_test::put<int64_t>(input.data(), i, g.q33());
+            if (format == 1) tvl_test::put<float>(input.data(), i, g.f32());
+            if (format == 2) tvl_test::put<int32_t>(input.data(), i, g.q5());
+        }
+        for (uint32_t gain : {0u, 16384u, 32766u}) {
+            for (bool in_place : {false, true}) {
+                SCOPED_TRACE(testing::Message() << "format " << format << " gain " << gain << " in place " << in_place);
+                const auto run = [&](uint32_t makeup_gain) {
+                    std::vector<unsigned char> mem(LMTR_INSTANCE_SIZE), scratch(LMTR_SCRATCH_SIZE), buf = input;
+                    std::vector<int32_t> out(samples);
+                    const LimiterConfig config{2, 0, format, LMTR_STATE_LIMITING};
+                    LimiterHandle* h;
+                    EXPECT_EQ(LMTR_OK, Limiter_Open(&h, mem.data(), &config));
+                    edit_record(mem.data(), [&](LimiterHandle& rec) { rec.makeup_gain = makeup_gain; });
+                    for (size_t call = 0; call < 3; ++call) {  // 448 frames each
+                        unsigned char* o = in_place ? buf.data() + call * 448 * 2 * in_bytes
+                                                    : reinterpret_cast<unsigned char*>(out.data() + call * 448 * 2);
+                        uint32_t in_size = 448 * 2 * in_bytes, out_size = 448 * 8;
+                        EXPECT_EQ(LMTR_OK, Limiter_Process(h, scratch.data(), buf.data() + call * 448 * 2 * in_bytes,
+                                                           &in_size, o, &out_size));
+                        if (in_place) std::memcpy(out.data() + call * 448 * 2, o, out_size);
+                    }
+                    return out;
+                };
+                if (format != 0 && gain != 0) continue;  // float32 and Q5.27: only silence to compare with
+                std::vector<int32_t> want = run(32767);
+                if (format == 0) {
+                    apply_makeup_gain(want.data(), uint32_t(want.size()), int32_t(gain));
+                } else {
+                    want.assign(samples, 0);
+                }
+                EXPECT_EQ(want, run(gain));
+            }
+        }
     }
 }
 

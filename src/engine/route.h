@@ -38,15 +38,16 @@ public:
           in_bytes_(samples_ * (format_ == LMTR_PCM_Q33P31 ? 8u : 4u)),
           out_bytes_(samples_ * 4u),  // Q1.31, float32 and Q5.27 alike
           blocks_(blocks),
-          makeup_gain_(makeup_gain_set(rec) ? int32_t(rec.makeup_gain) : 0),
+          makeup_(makeup_gain_set(rec)),
+          makeup_gain_(int32_t(rec.makeup_gain)),
           input_(input),
           output_(output),
           delay_line_(reinterpret_cast<int64_t*>(rec.delay_line)),
           out_block_(out_block) {
         const bool apart = !overlaps(input, blocks * size_t(in_bytes_), output, blocks * size_t(out_bytes_));
         direct_ = apart && format_ == LMTR_PCM_Q33P31;
-        held_in_input_ = direct_ || (apart && makeup_gain_ == 0);
-        unity_to_float32_ = apart && makeup_gain_ == 0 && format_ == LMTR_PCM_FLOAT32;
+        held_in_input_ = direct_ || (apart && !makeup_);
+        unity_to_float32_ = apart && !makeup_ && format_ == LMTR_PCM_FLOAT32;
     }
 
     // The held block leaves as output block k.
@@ -59,7 +60,7 @@ public:
         } else {
             int32_t* q1p31 = direct_ ? reinterpret_cast<int32_t*>(out(k)) : out_block_;
             limiter_primary_q33p31_to_q1p31(move, is_stereo_, delay_line_, q1p31);
-            if (makeup_gain_ != 0) active::apply_makeup_gain(q1p31, samples_, makeup_gain_);
+            if (makeup_) active::apply_makeup_gain(q1p31, samples_, makeup_gain_);
             pending_ = !direct_;
         }
     }
@@ -85,7 +86,7 @@ private:
             case LMTR_PCM_Q33P31: {
                 auto* q1p31 = reinterpret_cast<int32_t*>(out);
                 limiter_primary_q33p31_to_q1p31(move, is_stereo_, reinterpret_cast<const int64_t*>(held), q1p31);
-                if (makeup_gain_ != 0) active::apply_makeup_gain(q1p31, samples_, makeup_gain_);
+                if (makeup_) active::apply_makeup_gain(q1p31, samples_, makeup_gain_);
                 break;
             }
             case LMTR_PCM_FLOAT32:
@@ -100,7 +101,8 @@ private:
     }
 
     uint32_t format_, is_stereo_, samples_, in_bytes_, out_bytes_, blocks_;
-    int32_t makeup_gain_;  // 0: none (the output gain applies only up to 32766)
+    bool makeup_;  // the output gain applies (makeup_gain_set)
+    int32_t makeup_gain_;
     const unsigned char* input_;
     unsigned char* output_;
     int64_t* delay_line_;

@@ -62,6 +62,9 @@ inline void write_record(void* handle, const LimiterHandle& r) { copy_bytes(hand
 constexpr bool valid_pcm_format(uint32_t format) { return format <= LMTR_PCM_Q5P27; }
 constexpr bool valid_state(uint32_t state) { return state <= LMTR_STATE_BYPASS; }
 
+// Bytes of one input sample: 8 for Q33.31, 4 for float32 and Q5.27.
+constexpr uint32_t input_sample_bytes(uint32_t format) { return format == LMTR_PCM_Q33P31 ? 8u : 4u; }
+
 // Samples in one 64-frame block: 128 stereo, 64 mono.
 constexpr uint32_t samples_per_block(uint32_t is_stereo) { return is_stereo ? 128u : 64u; }
 

@@ -37,7 +37,9 @@ public:
           ceiling_(rec.ceiling),
           c_(ceiling_q15(rec.ceiling)),
           threshold_(gain_threshold(ceiling_q15(rec.ceiling))) {}
-    int32_t of_block(const unsigned char* input, int64_t* scratch_block, int32_t* out_block) const;
+    // Of `blocks` consecutive input blocks from `input`, into gains.
+    void of_blocks(const unsigned char* input, uint32_t blocks, int32_t* gains, int64_t* scratch_block,
+                   int32_t* out_block) const;
 
 private:
     uint32_t format_;

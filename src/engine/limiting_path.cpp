@@ -36,9 +36,7 @@ int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsign
     for (uint32_t k = 0; k < blocks; ++k) {
         if (k % kBatch == 0) {
             const uint32_t batch = blocks - k < kBatch ? blocks - k : kBatch;
-            for (uint32_t j = 0; j < batch; ++j) {
-                block_min_gains[j] = required_gain.of_block(route.in(k + j), scratch_block, out_block);
-            }
+            required_gain.of_blocks(route.in(k), batch, block_min_gains, scratch_block, out_block);
         }
         const BlockPlan plan = plan_block(rec.cur_gain, rec.last_min_gain, rec.release_step, block_min_gains[k % kBatch]);
         route.render(k, plan.move);

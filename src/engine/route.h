@@ -35,7 +35,7 @@ public:
         : format_(rec.pcm_format),
           is_stereo_(rec.is_stereo),
           samples_(samples_per_block(rec.is_stereo)),
-          in_bytes_(samples_ * (format_ == LMTR_PCM_Q33P31 ? 8u : 4u)),
+          in_bytes_(samples_ * input_sample_bytes(format_)),
           out_bytes_(samples_ * 4u),  // Q1.31, float32 and Q5.27 alike
           blocks_(blocks),
           makeup_(makeup_gain_set(rec)),

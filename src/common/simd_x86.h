@@ -83,12 +83,37 @@ inline __m256d widening_double(__m128 x) {
 #endif
 
 // Runs group(i) for i = 0, N, 2N, ... over the whole groups of N in count;
-// returns how many elements they hold, the rest being the caller's.
+// returns how many elements they hold, the rest being the caller's. Two
+// groups per turn of the loop: a block's 128 samples are 16 groups of eight,
+// and the loop's own count, compare and branch would otherwise be a fifth of
+// a short group's instructions.
 template <uint32_t N, typename Group>
 TVL_X86_INLINE uint32_t whole_groups(uint32_t count, Group group) {
-    const uint32_t whole = count - count % N;
-    for (uint32_t i = 0; i < whole; i += N) group(size_t(i));
-    return whole;
+    const size_t whole = count - count % N;
+#pragma GCC unroll 2
+    for (size_t i = 0; i < whole; i += N) group(i);
+    return uint32_t(whole);
+}
+
+// whole_groups() for a group that may find its samples outside the range of
+// its vector form: group(i) returns false, having stored nothing, and
+// fallback(i) then takes that group by the scalar rule. The groups that pass
+// run in a loop of their own with no call in it, so that the loop keeps its
+// constants in registers.
+template <uint32_t N, typename Group, typename Fallback>
+TVL_X86_INLINE uint32_t whole_groups_or(uint32_t count, Group group, Fallback fallback) {
+    const size_t whole = count - count % N;
+    size_t i = 0;
+    while (i < whole) {
+#pragma GCC unroll 2
+        for (; i < whole; i += N) {
+            if (!group(i)) break;
+        }
+        if (i == whole) break;
+        fallback(i);
+        i += N;
+    }
+    return uint32_t(whole);
 }
 
 // ---- Q15 scaling rule on eight Q33.31 samples, one tier per level -------------
@@ -209,6 +234,28 @@ TVL_X86_INLINE uint32_t walk_frames(int32_t is_stereo, uint32_t count, Gains gai
         typename Gains::Lanes ga, gb;
         gains(ga, gb);
         pass(first, ga, gb);
+    }
+    return frames;
+}
+
+// walk_frames() for a pass that may find its samples outside the range of its
+// vector form: pass() returns false, having stored nothing, and
+// fallback(sample) then takes the pass's eight samples by the scalar rule. As
+// in whole_groups_or(), the passes run in a loop with no call in it.
+template <typename Gains, typename Pass, typename Fallback>
+TVL_X86_INLINE uint32_t walk_frames_or(int32_t is_stereo, uint32_t count, Gains gains, Pass pass, Fallback fallback) {
+    const uint32_t frames = is_stereo ? count & ~3u : count & ~7u;
+    const size_t samples = is_stereo ? size_t(frames) * 2 : size_t(frames);
+    size_t first = 0;
+    while (first < samples) {
+        for (; first < samples; first += 8) {
+            typename Gains::Lanes ga, gb;
+            gains(ga, gb);
+            if (!pass(first, ga, gb)) break;
+        }
+        if (first == samples) break;
+        fallback(first);
+        first += 8;
     }
     return frames;
 }

@@ -77,7 +77,7 @@ void narrowing(const int64_t* src, Dst* dst, uint32_t count) {
     if (ascending_groups_safe(src, size_t(count) * 8, dst, size_t(count) * 4)) {
         done = whole_groups<kGroup>(count, [&](size_t i) { Store(at(dst, i, 4), Narrow(at(src, i, 8))); });
     }
-    Scalar(src + done, dst + done, count - done);
+    if (done < count) Scalar(src + done, dst + done, count - done);
 }
 
 }  // namespace

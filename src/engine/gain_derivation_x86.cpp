@@ -58,10 +58,24 @@ uint64_t peak_float32(const float* src, uint32_t count) {
     hi = _mm_max_ss(hi, _mm_shuffle_ps(hi, hi, 1));
     lo = _mm_min_ps(lo, _mm_movehl_ps(lo, lo));
     lo = _mm_min_ss(lo, _mm_shuffle_ps(lo, lo, 1));
-    const uint64_t top = magnitude(float32_to_q33p31(_mm_cvtss_f32(hi)));
-    const uint64_t bottom = magnitude(float32_to_q33p31(_mm_cvtss_f32(lo)));
+    // The two extremes widened together. top >= 0 >= bottom, neither NaN.
+    // Below 2^32 in magnitude the rule's double t stays below 2^63, where
+    // cvttsd2si truncates it exactly, and the widened words keep their signs
+    // (t >= 0.5 for top, t <= 0.5 for bottom); beyond, the scalar rule
+    // saturates.
+    uint64_t r;
+    const float top = _mm_cvtss_f32(hi), bottom = _mm_cvtss_f32(lo);
+    if (top < 0x1p32f && bottom > -0x1p32f) {
+        const __m128d x = _mm_cvtps_pd(_mm_unpacklo_ps(hi, lo));
+        const __m128d t = _mm_add_pd(_mm_mul_pd(x, _mm_set1_pd(0x1p31)), _mm_set1_pd(0.5));
+        const int64_t wide_top = _mm_cvttsd_si64(t), wide_bottom = _mm_cvttsd_si64(_mm_unpackhi_pd(t, t));
+        r = uint64_t(wide_top > -wide_bottom ? wide_top : -wide_bottom);
+    } else {
+        const uint64_t a = magnitude(float32_to_q33p31(top)), b = magnitude(float32_to_q33p31(bottom));
+        r = a > b ? a : b;
+    }
+    if (done == count) return r;
     const uint64_t rest = scalar::peak_float32(src + done, count - done);
-    const uint64_t r = top > bottom ? top : bottom;
     return rest > r ? rest : r;
 }
 
@@ -176,7 +190,9 @@ uint64_t peak_q5p27(const int32_t* src, uint32_t count) {
     __m256i m = _mm256_setzero_si256();
     const uint32_t done =
         whole_groups<8>(count, [&](size_t i) { m = _mm256_max_epu32(m, _mm256_abs_epi32(load256(at(src, i, 4)))); });
-    const uint64_t rest = scalar::peak_q5p27(src + done, count - done), vector_peak = uint64_t(horizontal_max_u32(m)) << 4;
+    const uint64_t vector_peak = uint64_t(horizontal_max_u32(m)) << 4;
+    if (done == count) return vector_peak;
+    const uint64_t rest = scalar::peak_q5p27(src + done, count - done);
     return rest > vector_peak ? rest : vector_peak;
 }
 

@@ -56,11 +56,9 @@ bool vector_emission(const float* src, float* dst, size_t samples) {
 void emit_float32_at_unity(const float* src, float* dst, uint32_t count) {
     uint32_t done = 0;
     if (vector_emission(src, dst, count)) {
-        done = whole_groups<8>(count, [&](size_t i) {
-            if (!store8(at(dst, i, 4), at_unity4(at(src, i, 4)), at_unity4(at(src, i + 4, 4)))) {
-                scalar::emit_float32_at_unity(src + i, dst + i, 8);
-            }
-        });
+        done = whole_groups_or<8>(
+            count, [&](size_t i) { return store8(at(dst, i, 4), at_unity4(at(src, i, 4)), at_unity4(at(src, i + 4, 4))); },
+            [&](size_t i) { scalar::emit_float32_at_unity(src + i, dst + i, 8); });
     }
     scalar::emit_float32_at_unity(src + done, dst + done, count - done);
 }
@@ -70,11 +68,10 @@ void emit_float32_fix_gain(int32_t gain, const float* src, float* dst, uint32_t 
     if (vector_emission(src, dst, count)) {
         __m256d gs;
         spread(_mm_set1_epi32(gain), gs);
-        done = whole_groups<8>(count, [&](size_t i) {
-            if (!store8(at(dst, i, 4), scaled4(at(src, i, 4), gs), scaled4(at(src, i + 4, 4), gs))) {
-                scalar::emit_float32_fix_gain(gain, src + i, dst + i, 8);
-            }
-        });
+        done = whole_groups_or<8>(
+            count,
+            [&](size_t i) { return store8(at(dst, i, 4), scaled4(at(src, i, 4), gs), scaled4(at(src, i + 4, 4), gs)); },
+            [&](size_t i) { scalar::emit_float32_fix_gain(gain, src + i, dst + i, 8); });
     }
     scalar::emit_float32_fix_gain(gain, src + done, dst + done, count - done);
 }
@@ -84,14 +81,16 @@ int32_t emit_float32_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t en
     const size_t samples = is_stereo ? size_t(count) * 2 : size_t(count);
     uint32_t done = 0;  // frames
     if (vector_emission(src, dst, samples) && !overlaps(ramp_table, size_t(count) * 4, dst, samples * 4)) {
-        done = walk_frames(is_stereo, count, RampGains<ForEmission>(is_stereo, ramp_table, start_gain, end_gain),
-                           [&](size_t i, __m256d ga, __m256d gb) {
-                               if (!store8(at(dst, i, 4), scaled4(at(src, i, 4), ga), scaled4(at(src, i + 4, 4), gb))) {
-                                   const size_t frame = is_stereo ? i / 2 : i;
-                                   scalar::emit_float32_targ_gain(is_stereo, start_gain, end_gain, src + i, dst + i,
-                                                                  ramp_table + frame, is_stereo ? 4 : 8);
-                               }
-                           });
+        done = walk_frames_or(
+            is_stereo, count, RampGains<ForEmission>(is_stereo, ramp_table, start_gain, end_gain),
+            [&](size_t i, __m256d ga, __m256d gb) {
+                return store8(at(dst, i, 4), scaled4(at(src, i, 4), ga), scaled4(at(src, i + 4, 4), gb));
+            },
+            [&](size_t i) {
+                const size_t frame = is_stereo ? i / 2 : i;
+                scalar::emit_float32_targ_gain(is_stereo, start_gain, end_gain, src + i, dst + i, ramp_table + frame,
+                                               is_stereo ? 4 : 8);
+            });
     }
     const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
     return scalar::emit_float32_targ_gain(is_stereo, start_gain, end_gain, src + skip, dst + skip, ramp_table + done,
@@ -103,14 +102,16 @@ int32_t emit_float32_step_gain(int32_t is_stereo, int32_t start_gain, int32_t st
     const size_t samples = is_stereo ? size_t(count) * 2 : size_t(count);
     uint32_t done = 0;  // frames
     if (vector_emission(src, dst, samples) && release_step_fits(start_gain, step, count)) {
-        done = walk_frames(is_stereo, count, StepGains<ForEmission>(is_stereo, start_gain, step),
-                           [&](size_t i, __m256d ga, __m256d gb) {
-                               if (!store8(at(dst, i, 4), scaled4(at(src, i, 4), ga), scaled4(at(src, i + 4, 4), gb))) {
-                                   const uint32_t frame = uint32_t(is_stereo ? i / 2 : i);
-                                   scalar::emit_float32_step_gain(is_stereo, release_gain_reached(start_gain, step, frame),
-                                                                  step, src + i, dst + i, is_stereo ? 4 : 8);
-                               }
-                           });
+        done = walk_frames_or(
+            is_stereo, count, StepGains<ForEmission>(is_stereo, start_gain, step),
+            [&](size_t i, __m256d ga, __m256d gb) {
+                return store8(at(dst, i, 4), scaled4(at(src, i, 4), ga), scaled4(at(src, i + 4, 4), gb));
+            },
+            [&](size_t i) {
+                const uint32_t frame = uint32_t(is_stereo ? i / 2 : i);
+                scalar::emit_float32_step_gain(is_stereo, release_gain_reached(start_gain, step, frame), step,
+                                               src + i, dst + i, is_stereo ? 4 : 8);
+            });
     }
     const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
     return scalar::emit_float32_step_gain(is_stereo, release_gain_reached(start_gain, step, done), step, src + skip,

@@ -83,14 +83,10 @@ inline __m256d widening_double(__m128 x) {
 #endif
 
 // Runs group(i) for i = 0, N, 2N, ... over the whole groups of N in count;
-// returns how many elements they hold, the rest being the caller's. Two
-// groups per turn of the loop: a block's 128 samples are 16 groups of eight,
-// and the loop's own count, compare and branch would otherwise be a fifth of
-// a short group's instructions.
+// returns how many elements they hold, the rest being the caller's.
 template <uint32_t N, typename Group>
 TVL_X86_INLINE uint32_t whole_groups(uint32_t count, Group group) {
     const size_t whole = count - count % N;
-#pragma GCC unroll 2
     for (size_t i = 0; i < whole; i += N) group(i);
     return uint32_t(whole);
 }

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <cmath>
 #include <cstdio>
 #include <iterator>
 #include <string>
@@ -88,14 +89,18 @@ inline std::string check_kernel(size_t kernel, int64_t count, uint64_t seed) {
     unsigned char* dst = place == 0 ? src + sb + g.below(8) : src - shift;
     // One call in three holds calm audio alone, below full scale and free of
     // special values, which the vector paths' fast forms take whole; the
-    // others mix special values and every size in.
+    // others mix special values and every size in, floats of every size from
+    // 2^-36 to 2^36 among them, across the bounds where those forms end.
     const bool calm = g.one_in(3);
+    const auto any_size_f32 = [&] { return float(g.audio(1.0) * std::ldexp(1.0, int(g.below(72)) - 36)); };
     for (size_t i = 0; i < n; ++i) {
         if (k.src == tvl::Element::q33p31) put<int64_t>(src, i, calm ? int64_t(g.audio(1.0) * 0x1p31) : g.q33());
         if (k.src == tvl::Element::word32) {
             put<int32_t>(src, i, calm ? int32_t(g.audio(1.0) * 0x1p27) : g.one_in(2) ? g.q5() : int32_t(g.q33()));
         }
-        if (k.src == tvl::Element::float32) put<float>(src, i, calm ? float(g.audio(1.0)) : g.f32());
+        if (k.src == tvl::Element::float32) {
+            put<float>(src, i, calm ? float(g.audio(1.0)) : g.one_in(4) ? any_size_f32() : g.f32());
+        }
         if (k.src == tvl::Element::gain) put<int32_t>(src, i, g.gain());
     }
     unsigned char* table = arena.data() + guard + src_off + region;

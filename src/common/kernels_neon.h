@@ -15,6 +15,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "common/frame_loops.h"
 #include "common/memory.h"
 #include "common/scalar_kernels.h"
 

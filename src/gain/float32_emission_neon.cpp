@@ -219,9 +219,8 @@ int32_t emit_float32_step_gain(int32_t is_stereo, int32_t start_gain, int32_t st
         if (vmaxvq_u16(tops) >= kScaledLimit) done = 0;  // the whole call by the rule
     }
     const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
-    // start_gain + done * step: start_gain or the gain of a frame, in 32 bits.
-    const int32_t reached = int32_t(uint32_t(start_gain) + uint32_t(done) * uint32_t(step));
-    return scalar::emit_float32_step_gain(is_stereo, reached, step, src + skip, dst + skip, count - done);
+    return scalar::emit_float32_step_gain(is_stereo, release_gain_reached(start_gain, step, done), step, src + skip,
+                                          dst + skip, count - done);
 }
 
 }  // namespace tvl::neon

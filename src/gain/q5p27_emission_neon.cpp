@@ -74,10 +74,7 @@ int32_t emit_q5p27_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_
 int32_t emit_q5p27_step_gain(int32_t is_stereo, int32_t start_gain, int32_t step, const int32_t* src, int32_t* dst,
                              uint32_t count) {
     const size_t bytes = frame_samples(is_stereo, count) * 4;
-    // Gains in 32-bit lanes: exact when the last frame's gain fits in 32 bits
-    // (every gain then lies between start_gain and it; see release_step_neon.cpp).
-    const int64_t last = release_gain(start_gain, step, count == 0 ? 0 : count - 1);
-    if (!ascending_groups_safe(src, bytes, dst, bytes) || last < INT32_MIN || last > INT32_MAX) {
+    if (!ascending_groups_safe(src, bytes, dst, bytes) || !release_step_fits(start_gain, step, count)) {
         return scalar::emit_q5p27_step_gain(is_stereo, start_gain, step, src, dst, count);
     }
     const uint32_t done = lanes::walk_frames(is_stereo, count, lanes::release_gains(start_gain, step),
@@ -85,8 +82,8 @@ int32_t emit_q5p27_step_gain(int32_t is_stereo, int32_t start_gain, int32_t step
                                                  scale_eight(src, dst, first, ga, gb);
                                              });
     const size_t skip = frame_samples(is_stereo, done);
-    const int32_t reached = int32_t(uint32_t(start_gain) + uint32_t(done) * uint32_t(step));
-    return scalar::emit_q5p27_step_gain(is_stereo, reached, step, src + skip, dst + skip, count - done);
+    return scalar::emit_q5p27_step_gain(is_stereo, release_gain_reached(start_gain, step, done), step, src + skip,
+                                        dst + skip, count - done);
 }
 
 }  // namespace tvl::neon

@@ -58,9 +58,7 @@ public:
         } else if (unity_to_float32_ && move.kind == GainMove::kUnity) {
             active::narrow_q33p31_to_float32(delay_line_, reinterpret_cast<float*>(out(k)), samples_);
         } else {
-            int32_t* q1p31 = direct_ ? reinterpret_cast<int32_t*>(out(k)) : out_block_;
-            limiter_primary_q33p31_to_q1p31(move, is_stereo_, delay_line_, q1p31);
-            if (makeup_) active::apply_makeup_gain(q1p31, samples_, makeup_gain_);
+            to_q1p31(move, delay_line_, direct_ ? reinterpret_cast<int32_t*>(out(k)) : out_block_);
             pending_ = !direct_;
         }
     }
@@ -81,14 +79,17 @@ public:
     unsigned char* out(uint32_t k) const { return output_ + size_t(k) * out_bytes_; }
 
 private:
+    // A Q33.31 block to Q1.31, the output gain applied where set.
+    void to_q1p31(const GainMove& move, const int64_t* held, int32_t* q1p31) const {
+        limiter_primary_q33p31_to_q1p31(move, is_stereo_, held, q1p31);
+        if (makeup_) active::apply_makeup_gain(q1p31, samples_, makeup_gain_);
+    }
+
     void render_from_input(const GainMove& move, const unsigned char* held, unsigned char* out) const {
         switch (format_) {
-            case LMTR_PCM_Q33P31: {
-                auto* q1p31 = reinterpret_cast<int32_t*>(out);
-                limiter_primary_q33p31_to_q1p31(move, is_stereo_, reinterpret_cast<const int64_t*>(held), q1p31);
-                if (makeup_) active::apply_makeup_gain(q1p31, samples_, makeup_gain_);
+            case LMTR_PCM_Q33P31:
+                to_q1p31(move, reinterpret_cast<const int64_t*>(held), reinterpret_cast<int32_t*>(out));
                 break;
-            }
             case LMTR_PCM_FLOAT32:
                 limiter_primary_float32_to_float32(move, is_stereo_, reinterpret_cast<const float*>(held),
                                                    reinterpret_cast<float*>(out));
@@ -110,6 +111,5 @@ private:
     bool direct_ = false, held_in_input_ = false, unity_to_float32_ = false;
     bool pending_ = false;  // the block rendered last waits in out_block
 };
-
 
 }  // namespace tvl

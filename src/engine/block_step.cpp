@@ -1,10 +1,9 @@
 // The limiter proper: a held block leaves with its gain moving as planned
 // (gain_plan.h). The same moves render a Q33.31 block from the delay line to
 // Q1.31, and a float32 or Q5.27 block still in the input straight to its own
-// format; each
-// renderer offers the four ways of scaling frames `frame` to 63 of the block:
-// unity(frame), fix(gain, frame), ramp(from, to) (the whole block) and
-// step(from, step, frames) (from frame 0).
+// format. Each renderer offers the four ways of scaling frames `frame` to 63
+// of the block: unity(frame), fix(gain, frame), ramp(from, to) (the whole
+// block) and step(from, step, frames) (from frame 0).
 #include "common/kernels.h"
 #include "common/sample_rules.h"
 #include "engine/engine.h"

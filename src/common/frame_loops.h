@@ -14,6 +14,11 @@
 
 namespace tvl {
 
+// Samples in `frames` frames of consecutive samples: two per stereo frame.
+constexpr size_t frame_samples(int32_t is_stereo, uint32_t frames) {
+    return is_stereo ? size_t(frames) * 2 : size_t(frames);
+}
+
 // Calls visit(frame, position) for every sample of frames 0..count-1, in
 // ascending order.
 template <typename Visit>

@@ -195,7 +195,7 @@ int32_t calculate_block_min_gain(int32_t is_stereo, const int32_t* gains, int32_
     // (two consecutive words a frame) and a mono one with stride 1 are both a
     // plain run of words.
     if (count < 1 || (!is_stereo && stride != 1)) return scalar::calculate_block_min_gain(is_stereo, gains, count, stride);
-    const size_t words = is_stereo ? size_t(count) * 2 : size_t(count);
+    const size_t words = frame_samples(is_stereo, count);
     const size_t whole = words & ~size_t(15);
     int32x4_t min_s32x4 = vdupq_n_s32(kUnityGain);
     const uint8_t* in = at(gains, 0, 4);

@@ -60,7 +60,7 @@ inline uint8x16_t scale_q5p27_x4(uint8x16_t s, int32x4_t g) {
 
 int32_t apply_ramp_gain_for_q33p31(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int64_t* src,
                                    int64_t* dst, const int32_t* ramp_table, uint32_t count, int32_t stride) {
-    const size_t samples = is_stereo ? size_t(count) * 2 : size_t(count);
+    const size_t samples = frame_samples(is_stereo, count);
     if (!vector_fade(is_stereo, stride, src, dst, samples * 8, ramp_table, count)) {
         return scalar::apply_ramp_gain_for_q33p31(is_stereo, start_gain, end_gain, src, dst, ramp_table, count, stride);
     }
@@ -71,14 +71,14 @@ int32_t apply_ramp_gain_for_q33p31(int32_t is_stereo, int32_t start_gain, int32_
                                         scale_q33p31_x4(x.val[2], x.val[3], gb);
                                         vst1q_u8_x4(at(dst, first, 8), x);
                                     });
-    const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
+    const size_t skip = frame_samples(is_stereo, done);
     return scalar::apply_ramp_gain_for_q33p31(is_stereo, start_gain, end_gain, src + skip, dst + skip,
                                               ramp_table + done, count - done, stride);
 }
 
 int32_t apply_ramp_gain_for_float32(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const float* src,
                                     float* dst, const int32_t* ramp_table, uint32_t count, int32_t stride) {
-    const size_t samples = is_stereo ? size_t(count) * 2 : size_t(count);
+    const size_t samples = frame_samples(is_stereo, count);
     if (!vector_fade(is_stereo, stride, src, dst, samples * 4, ramp_table, count)) {
         return scalar::apply_ramp_gain_for_float32(is_stereo, start_gain, end_gain, src, dst, ramp_table, count,
                                                    stride);
@@ -90,14 +90,14 @@ int32_t apply_ramp_gain_for_float32(int32_t is_stereo, int32_t start_gain, int32
                                         x.val[1] = scale_float32_x4(x.val[1], gb);
                                         vst1q_u8_x2(at(dst, first, 4), x);
                                     });
-    const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
+    const size_t skip = frame_samples(is_stereo, done);
     return scalar::apply_ramp_gain_for_float32(is_stereo, start_gain, end_gain, src + skip, dst + skip,
                                                ramp_table + done, count - done, stride);
 }
 
 int32_t apply_ramp_gain_for_q5p27(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const int32_t* src,
                                   int32_t* dst, const int32_t* ramp_table, uint32_t count, int32_t stride) {
-    const size_t samples = is_stereo ? size_t(count) * 2 : size_t(count);
+    const size_t samples = frame_samples(is_stereo, count);
     if (!vector_fade(is_stereo, stride, src, dst, samples * 4, ramp_table, count)) {
         return scalar::apply_ramp_gain_for_q5p27(is_stereo, start_gain, end_gain, src, dst, ramp_table, count, stride);
     }
@@ -108,7 +108,7 @@ int32_t apply_ramp_gain_for_q5p27(int32_t is_stereo, int32_t start_gain, int32_t
                                         x.val[1] = scale_q5p27_x4(x.val[1], gb);
                                         vst1q_u8_x2(at(dst, first, 4), x);
                                     });
-    const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
+    const size_t skip = frame_samples(is_stereo, done);
     return scalar::apply_ramp_gain_for_q5p27(is_stereo, start_gain, end_gain, src + skip, dst + skip,
                                              ramp_table + done, count - done, stride);
 }

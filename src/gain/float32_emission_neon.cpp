@@ -186,7 +186,7 @@ void emit_float32_fix_gain(int32_t gain, const float* src, float* dst, uint32_t 
 
 int32_t emit_float32_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const float* src, float* dst,
                                const int32_t* ramp_table, uint32_t count) {
-    const size_t bytes = (is_stereo ? size_t(count) * 2 : size_t(count)) * 4;
+    const size_t bytes = frame_samples(is_stereo, count) * 4;
     uint32_t done = 0;  // frames
     if (!overlaps(src, bytes, dst, bytes) && !overlaps(ramp_table, size_t(count) * 4, dst, bytes) &&
         ramp_fits(start_gain, end_gain, ramp_table, count)) {
@@ -197,14 +197,14 @@ int32_t emit_float32_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t en
         done = lanes::ramp_walk(is_stereo, start_gain, end_gain, ramp_table, count, pass);
         if (vmaxvq_u16(tops) >= kScaledLimit) done = 0;  // the whole call by the rule
     }
-    const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
+    const size_t skip = frame_samples(is_stereo, done);
     return scalar::emit_float32_targ_gain(is_stereo, start_gain, end_gain, src + skip, dst + skip, ramp_table + done,
                                           count - done);
 }
 
 int32_t emit_float32_step_gain(int32_t is_stereo, int32_t start_gain, int32_t step, const float* src, float* dst,
                                uint32_t count) {
-    const size_t bytes = (is_stereo ? size_t(count) * 2 : size_t(count)) * 4;
+    const size_t bytes = frame_samples(is_stereo, count) * 4;
     // The gains of the frames run from that of the first to that of the last:
     // when both lie in [-2^15, 2^15), every one does, and 32-bit lanes
     // advanced by 4 * step modulo 2^32 land on the true gains.
@@ -218,7 +218,7 @@ int32_t emit_float32_step_gain(int32_t is_stereo, int32_t start_gain, int32_t st
         done = lanes::walk_frames(is_stereo, count, lanes::release_gains(start_gain, step), pass);
         if (vmaxvq_u16(tops) >= kScaledLimit) done = 0;  // the whole call by the rule
     }
-    const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
+    const size_t skip = frame_samples(is_stereo, done);
     return scalar::emit_float32_step_gain(is_stereo, release_gain_reached(start_gain, step, done), step, src + skip,
                                           dst + skip, count - done);
 }

@@ -78,7 +78,7 @@ void emit_float32_fix_gain(int32_t gain, const float* src, float* dst, uint32_t 
 
 int32_t emit_float32_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t end_gain, const float* src, float* dst,
                                const int32_t* ramp_table, uint32_t count) {
-    const size_t samples = is_stereo ? size_t(count) * 2 : size_t(count);
+    const size_t samples = frame_samples(is_stereo, count);
     uint32_t done = 0;  // frames
     if (vector_emission(src, dst, samples) && !overlaps(ramp_table, size_t(count) * 4, dst, samples * 4)) {
         done = walk_frames_or(
@@ -92,14 +92,14 @@ int32_t emit_float32_targ_gain(int32_t is_stereo, int32_t start_gain, int32_t en
                                                is_stereo ? 4 : 8);
             });
     }
-    const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
+    const size_t skip = frame_samples(is_stereo, done);
     return scalar::emit_float32_targ_gain(is_stereo, start_gain, end_gain, src + skip, dst + skip, ramp_table + done,
                                           count - done);
 }
 
 int32_t emit_float32_step_gain(int32_t is_stereo, int32_t start_gain, int32_t step, const float* src, float* dst,
                                uint32_t count) {
-    const size_t samples = is_stereo ? size_t(count) * 2 : size_t(count);
+    const size_t samples = frame_samples(is_stereo, count);
     uint32_t done = 0;  // frames
     if (vector_emission(src, dst, samples) && release_step_fits(start_gain, step, count)) {
         done = walk_frames_or(
@@ -113,7 +113,7 @@ int32_t emit_float32_step_gain(int32_t is_stereo, int32_t start_gain, int32_t st
                                                src + i, dst + i, is_stereo ? 4 : 8);
             });
     }
-    const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
+    const size_t skip = frame_samples(is_stereo, done);
     return scalar::emit_float32_step_gain(is_stereo, release_gain_reached(start_gain, step, done), step, src + skip,
                                           dst + skip, count - done);
 }

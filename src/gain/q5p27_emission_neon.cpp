@@ -33,7 +33,6 @@ inline void scale_eight(const int32_t* src, int32_t* dst, size_t first, int32x4_
     vst1q_u8_x2(at(dst, first, 4), y);
 }
 
-size_t frame_samples(int32_t is_stereo, uint32_t frames) { return is_stereo ? size_t(frames) * 2 : size_t(frames); }
 
 }  // namespace
 

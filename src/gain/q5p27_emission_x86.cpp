@@ -30,7 +30,6 @@ TVL_X86_INLINE void scale_eight_q5p27(const int32_t* src, int32_t* dst, size_t f
     store256(at(dst, first, 4), _mm256_srai_epi32(low_halves(a, b), 4));
 }
 
-size_t frame_samples(int32_t is_stereo, uint32_t frames) { return is_stereo ? size_t(frames) * 2 : size_t(frames); }
 
 }  // namespace
 

@@ -10,14 +10,14 @@ namespace tvl::neon {
 
 int32_t apply_step_gain_without_saturation(int32_t is_stereo, int32_t start_gain, int32_t step,
                                            const int64_t* src, int32_t* dst, uint32_t count, int32_t stride) {
-    const size_t samples = is_stereo ? size_t(count) * 2 : size_t(count);
+    const size_t samples = frame_samples(is_stereo, count);
     if (count < 4 || (!is_stereo && stride == 2) || overlaps(src, samples * 8, dst, samples * 4) ||
         !release_step_fits(start_gain, step, count)) {
         return scalar::apply_step_gain_without_saturation(is_stereo, start_gain, step, src, dst, count, stride);
     }
     auto pass = [&](size_t first, int32x4_t ga, int32x4_t gb) { lanes::scale_eight(src, dst, first, ga, gb); };
     const uint32_t done = lanes::walk_frames(is_stereo, count, lanes::release_gains(start_gain, step), pass);
-    const size_t skip = is_stereo ? size_t(done) * 2 : size_t(done);
+    const size_t skip = frame_samples(is_stereo, done);
     return scalar::apply_step_gain_without_saturation(is_stereo, release_gain_reached(start_gain, step, done), step,
                                                       src + skip, dst + skip, count - done, stride);
 }

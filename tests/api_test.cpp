@@ -1,10 +1,12 @@
 // The public entry points, one table row per case: the order of the argument
 // checks and that a failing call writes nothing (damaged records included);
-// what Open, Reset and SetParameters leave in the record; the version; and
-// the accounting of whole 64-frame blocks in Limiter_Process, between fenced
-// buffers exactly as long as their real sizes, whatever the size words say.
+// what Open, Reset and SetParameters leave in the record; the version; the
+// accounting of whole 64-frame blocks in Limiter_Process, between fenced
+// buffers exactly as long as their real sizes, whatever the size words say;
+// and an output gain or a ceiling written into the record.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "common/instance.h"
 #include "support/fenced_buffer.h"
 #include "support/gen.h"
+#include "support/sha256.h"
 #include "taviklimiter.h"
 
 namespace {
@@ -216,11 +219,35 @@ TEST(Api, ProcessAccountsWholeBlocksOnly) {
 // An output gain in the record (no entry point sets one) scales every emitted
 // Q1.31 word by the output gain rule, buffers apart and in place; a gain of 0
 // silences float32 and Q5.27 output too.
+// Three calls of 448 stereo frames of `input` (format `format`) through an
+// instance whose record `edit` changes after Open, apart or in place, every
+// buffer `offset` bytes past an aligned address: the 32-bit words out.
+std::vector<int32_t> stream_edited(uint32_t format, const std::vector<unsigned char>& input,
+                                   const std::function<void(LimiterHandle&)>& edit, bool in_place, size_t offset = 0) {
+    const size_t in_bytes = format == 0 ? 8 : 4, period = 448 * 2, samples = 3 * period;
+    std::vector<unsigned char> mem(LMTR_INSTANCE_SIZE + offset), scratch(LMTR_SCRATCH_SIZE + offset);
+    std::vector<unsigned char> buf(input.size() + offset), out(samples * 4 + offset);
+    std::copy(input.begin(), input.end(), buf.begin() + ptrdiff_t(offset));
+    const LimiterConfig config{2, 0, format, LMTR_STATE_LIMITING};
+    LimiterHandle* h;
+    EXPECT_EQ(LMTR_OK, Limiter_Open(&h, mem.data() + offset, &config));
+    edit_record(h, edit);
+    std::vector<int32_t> words(samples);
+    for (size_t call = 0; call < 3; ++call) {
+        unsigned char* in = buf.data() + offset + call * period * in_bytes;
+        unsigned char* o = in_place ? in : out.data() + offset + call * period * 4;
+        uint32_t in_size = uint32_t(period * in_bytes), out_size = uint32_t(period * 4);
+        EXPECT_EQ(LMTR_OK, Limiter_Process(h, scratch.data() + offset, in, &in_size, o, &out_size));
+        std::memcpy(words.data() + call * period, o, out_size);
+    }
+    return words;
+}
+
 TEST(Api, AnOutputGainInTheRecordScalesEveryEmittedWord) {
     tvl_test::Gen g(tvl_test::run_seed("output gain"));
     for (uint32_t format : {0u, 1u, 2u}) {
-        const size_t in_bytes = format == 0 ? 8 : 4, samples = 3 * 448 * 2;
-        std::vector<unsigned char> input(samples * in_bytes);
+        const size_t samples = 3 * 448 * 2;
+        std::vector<unsigned char> input(samples * (format == 0 ? 8 : 4));
         for (size_t i = 0; i < samples; ++i) {
             if (format == 0) tvl_test::put<int64_t>(input.data(), i, g.q33());
             if (format == 1) tvl_test::put<float>(input.data(), i, g.f32());
@@ -229,33 +256,68 @@ TEST(Api, AnOutputGainInTheRecordScalesEveryEmittedWord) {
         for (uint32_t gain : {0u, 16384u, 32766u}) {
             for (bool in_place : {false, true}) {
                 SCOPED_TRACE(testing::Message() << "format " << format << " gain " << gain << " in place " << in_place);
-                const auto run = [&](uint32_t makeup_gain) {
-                    std::vector<unsigned char> mem(LMTR_INSTANCE_SIZE), scratch(LMTR_SCRATCH_SIZE), buf = input;
-                    std::vector<int32_t> out(samples);
-                    const LimiterConfig config{2, 0, format, LMTR_STATE_LIMITING};
-                    LimiterHandle* h;
-                    EXPECT_EQ(LMTR_OK, Limiter_Open(&h, mem.data(), &config));
-                    edit_record(mem.data(), [&](LimiterHandle& rec) { rec.makeup_gain = makeup_gain; });
-                    for (size_t call = 0; call < 3; ++call) {  // 448 frames each
-                        unsigned char* o = in_place ? buf.data() + call * 448 * 2 * in_bytes
-                                                    : reinterpret_cast<unsigned char*>(out.data() + call * 448 * 2);
-                        uint32_t in_size = 448 * 2 * in_bytes, out_size = 448 * 8;
-                        EXPECT_EQ(LMTR_OK, Limiter_Process(h, scratch.data(), buf.data() + call * 448 * 2 * in_bytes,
-                                                           &in_size, o, &out_size));
-                        if (in_place) std::memcpy(out.data() + call * 448 * 2, o, out_size);
-                    }
-                    return out;
-                };
                 if (format != 0 && gain != 0) continue;  // float32 and Q5.27: only silence to compare with
-                std::vector<int32_t> want = run(32767);
+                const auto with_gain = [](uint32_t makeup) { return [=](LimiterHandle& rec) { rec.makeup_gain = makeup; }; };
+                std::vector<int32_t> want = stream_edited(format, input, with_gain(32767), in_place);
                 if (format == 0) {
                     apply_makeup_gain(want.data(), uint32_t(want.size()), int32_t(gain));
                 } else {
                     want.assign(samples, 0);
                 }
-                EXPECT_EQ(want, run(gain));
+                EXPECT_EQ(want, stream_edited(format, input, with_gain(gain), in_place));
             }
         }
+    }
+}
+
+// A ceiling written into the record (no entry point sets one but the
+// default; a direct caller or a damaged record can) limits to its own level,
+// and one below 0 turns the engine to deriving every sample's gain. Fixed
+// music-like blocks at levels from a quarter to 4x full scale, one sample in
+// sixteen special, in every format: the same words apart, in place and at odd
+// addresses, pinned by their SHA-256; only the ceiling's low 16 bits count.
+TEST(Api, ACeilingInTheRecordGivesItsPinnedBytes) {
+    struct Case {
+        int32_t ceiling;
+        const char* sha256;  // of the words out of the three formats in turn
+    };
+    const Case cases[] = {
+        {16384, "e40ffde6ef2687357ba91cc502f1557c0b11893c07723013942ed8c833ad1178"},
+        {100, "e861c1f3d05f8e220e0644df213f7b1f44a54eb967a88b075548a349941e90e0"},
+        {0, "47a22accc6fb0aedaf4a5cf8014bdd569ead0efad399fdb8de134235e7c9bb10"},
+        {-1, "50ca938676e42008d2c80b5688c500b32b5afaeb261c45ce4f4ab9125c4f1ad7"},
+        {-16384, "cd85f6d1fe631644ca151a45044bc3188d246ca4cab2c22c525a98f588d325d7"},
+        {-32768, "cb89238372cd1f43c3e88fda0f97cd0dd721e5697877ec846c97949a21c8937e"},
+    };
+    std::vector<unsigned char> inputs[3];
+    tvl_test::Gen g(1);
+    for (uint32_t format : {0u, 1u, 2u}) {
+        inputs[format].resize(3 * 448 * 2 * (format == 0 ? 8 : 4));
+        for (size_t i = 0; i < 3 * 448 * 2; ++i) {
+            static const double levels[] = {0.25, 0.999, 1.2, 4.0};
+            const double x = g.audio(levels[i / 128 % 4]);
+            const bool special = g.one_in(16);
+            if (format == 0) tvl_test::put<int64_t>(inputs[0].data(), i, special ? g.q33(1) : int64_t(x * 0x1p31));
+            if (format == 1) tvl_test::put<float>(inputs[1].data(), i, special ? g.f32(1) : float(x));
+            if (format == 2) tvl_test::put<int32_t>(inputs[2].data(), i, special ? g.q5(1) : int32_t(x * 0x1p27));
+        }
+    }
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "ceiling " << c.ceiling);
+        std::vector<unsigned char> all;
+        for (uint32_t format : {0u, 1u, 2u}) {
+            const auto set = [](int32_t ceiling) { return [=](LimiterHandle& rec) { rec.ceiling = ceiling; }; };
+            const std::vector<int32_t> words = stream_edited(format, inputs[format], set(c.ceiling), false);
+            EXPECT_EQ(words, stream_edited(format, inputs[format], set(c.ceiling), true));
+            EXPECT_EQ(words, stream_edited(format, inputs[format], set(c.ceiling), false, 3));
+            const int32_t high_bits = int32_t(uint32_t(c.ceiling & 0xFFFF) | 0x5A5A0000u);
+            EXPECT_EQ(words, stream_edited(format, inputs[format], set(high_bits), false));
+            const auto* b = reinterpret_cast<const unsigned char*>(words.data());
+            all.insert(all.end(), b, b + words.size() * 4);
+        }
+        const std::string got = tvl_test::sha256_hex(all);
+        if (std::getenv("TVL_GOLDEN_PRINT")) std::printf("{%d, \"%s\"},\n", c.ceiling, got.c_str());
+        EXPECT_EQ(got, c.sha256);
     }
 }
 

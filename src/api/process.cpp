@@ -34,6 +34,6 @@ int32_t Limiter_Process(LimiterHandle* handle, void* scratch, const void* input,
     auto* scratch_block = reinterpret_cast<int64_t*>(bytes);
     auto* out_block = reinterpret_cast<int32_t*>(bytes + tvl::kOutBlockOffset);
     const int32_t result = tvl::run_paths(rec, input, output, scratch_block, out_block, frames);
-    tvl::write_record(handle, rec);
+    tvl::write_progress(handle, rec);
     return result;
 }

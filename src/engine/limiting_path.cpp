@@ -58,6 +58,6 @@ int32_t limiter_all_format(LimiterHandle* handle, const void* input, void* outpu
     if (frames < tvl::kBlockFrames) return LMTR_OK;  // no whole block: nothing to do
 
     const int32_t result = tvl::run_paths(rec, input, output, scratch_block, out_block, frames);
-    tvl::write_record(handle, rec);
+    tvl::write_progress(handle, rec);
     return result;
 }

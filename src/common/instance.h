@@ -83,6 +83,12 @@ inline void each_field(Record& r, F f) {
 inline void field_moved() { __asm__ __volatile__("" ::: "memory"); }
 
 template <typename T>
+inline void take_field(const void* handle, size_t offset, T& field) {
+    copy_bytes(&field, static_cast<const unsigned char*>(handle) + offset, sizeof(T));
+    field_moved();
+}
+
+template <typename T>
 inline void put_field(void* handle, size_t offset, const T& field) {
     copy_bytes(static_cast<unsigned char*>(handle) + offset, &field, sizeof(T));
     field_moved();
@@ -90,10 +96,7 @@ inline void put_field(void* handle, size_t offset, const T& field) {
 
 inline LimiterHandle read_record(const void* handle) {
     LimiterHandle r;
-    each_field(r, [&]<typename T>(size_t offset, T& field) {
-        copy_bytes(&field, static_cast<const unsigned char*>(handle) + offset, sizeof(T));
-        field_moved();
-    });
+    each_field(r, [&](size_t offset, auto& field) { take_field(handle, offset, field); });
     return r;
 }
 

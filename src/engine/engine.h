@@ -58,7 +58,8 @@ void limiter_primary_float32_to_float32(const GainMove& move, uint32_t is_stereo
 void limiter_primary_q5p27_to_q5p27(const GainMove& move, uint32_t is_stereo, const int32_t* held, int32_t* out);
 
 // The limiting and bypass paths of limiter_all_format() on a local copy of
-// the record, which the caller writes back. frames is at least 64.
+// the record, whose progress the caller writes back (write_progress). frames
+// is at least 64.
 int32_t run_limiting_path(LimiterHandle& rec, const unsigned char* input, unsigned char* output,
                           int64_t* scratch_block, int32_t* out_block, uint32_t frames);
 int32_t run_bypass_path(LimiterHandle& rec, const unsigned char* input, unsigned char* output,
